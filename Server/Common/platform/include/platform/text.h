@@ -1,0 +1,23 @@
+// Small UTF-16 helpers for code that holds text as char16_t.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace plat {
+
+std::size_t U16Length(const char16_t* text);
+
+// Lossless UTF-16 <-> UTF-8 for names and paths handed to POSIX calls
+// (unpaired surrogates become U+FFFD). Not a code-page conversion.
+std::string ToUtf8(std::u16string_view text);
+std::u16string FromUtf8(std::string_view text);
+// Into a caller's buffer, for paths built without the heap; false when the
+// result (with its terminator) does not fit.
+bool ToUtf8(std::u16string_view text, char* out, std::size_t capacity);
+
+// ASCII literal to UTF-16, for tests and messages.
+std::u16string Widen(std::string_view ascii);
+
+}  // namespace plat

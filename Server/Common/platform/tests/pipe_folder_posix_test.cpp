@@ -1,0 +1,160 @@
+// The pipe folder's safety checks: only on POSIX, where the folder exists.
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "platform/diagnostics.h"
+#include "platform/errors.h"
+#include "platform/pipe.h"
+#include "platform/text.h"
+
+namespace plat {
+namespace {
+
+std::u16string g_lastDiagnostic;
+void Capture(const char16_t* text) { g_lastDiagnostic = text; }
+
+class PipeFolder : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    saved_ = std::getenv("VGCR_PIPE_DIR");
+    char dir[] = "/tmp/vgcr-folder-XXXXXX";
+    ASSERT_NE(::mkdtemp(dir), nullptr);
+    root_ = dir;
+    SetDiagnosticSink(&Capture);
+    g_lastDiagnostic.clear();
+  }
+  void TearDown() override {
+    SetDiagnosticSink(nullptr);
+    if (saved_.empty()) {
+      ::unsetenv("VGCR_PIPE_DIR");
+    } else {
+      ::setenv("VGCR_PIPE_DIR", saved_.c_str(), 1);
+    }
+    std::string cmd = "rm -rf '" + root_ + "'";
+    EXPECT_EQ(std::system(cmd.c_str()), 0);
+  }
+  void UseFolder(const std::string& dir) { ::setenv("VGCR_PIPE_DIR", dir.c_str(), 1); }
+
+  std::string saved_;
+  std::string root_;
+};
+
+TEST_F(PipeFolder, IsCreatedWithMode0770) {
+  std::string dir = root_ + "/pipes";
+  UseFolder(dir);
+  std::string resolved;
+  ASSERT_TRUE(PipeDirectory(&resolved));
+  EXPECT_EQ(resolved, dir);
+  struct stat st {};
+  ASSERT_EQ(::stat(dir.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0770u);
+}
+
+TEST_F(PipeFolder, WritableByOthersIsRefusedWithAReason) {
+  std::string dir = root_ + "/open";
+  ASSERT_EQ(::mkdir(dir.c_str(), 0777), 0);
+  ASSERT_EQ(::chmod(dir.c_str(), 0777), 0);
+  UseFolder(dir);
+  PipeClient client;
+  EXPECT_FALSE(client.Open(u"anything"));
+  EXPECT_EQ(LastError(), kErrorAccessDenied);
+  EXPECT_NE(ToUtf8(g_lastDiagnostic).find("writable by others"), std::string::npos);
+}
+
+TEST_F(PipeFolder, ASymlinkIsRefused) {
+  std::string target = root_ + "/real";
+  std::string link = root_ + "/link";
+  ASSERT_EQ(::mkdir(target.c_str(), 0770), 0);
+  ASSERT_EQ(::symlink(target.c_str(), link.c_str()), 0);
+  UseFolder(link);
+  PipeServerEnd server;
+  EXPECT_FALSE(server.Create(u"anything", 1, 1024, 1024, 1000));
+  EXPECT_EQ(LastError(), kErrorAccessDenied);
+  EXPECT_NE(ToUtf8(g_lastDiagnostic).find("not a directory"), std::string::npos);
+}
+
+TEST_F(PipeFolder, OwnedByAnotherUserIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to give a folder away";
+  const passwd* nobody = ::getpwnam("nobody");
+  ASSERT_NE(nobody, nullptr);
+  std::string dir = root_ + "/theirs";
+  ASSERT_EQ(::mkdir(dir.c_str(), 0770), 0);
+  ASSERT_EQ(::chown(dir.c_str(), nobody->pw_uid, nobody->pw_gid), 0);
+  UseFolder(dir);
+  PipeClient client;
+  EXPECT_FALSE(client.Open(u"anything"));
+  EXPECT_EQ(LastError(), kErrorAccessDenied);
+  EXPECT_NE(ToUtf8(g_lastDiagnostic).find("owned by uid"), std::string::npos);
+}
+
+TEST_F(PipeFolder, NamesThatWouldLeaveTheFolderAreInvalid) {
+  UseFolder(root_ + "/pipes");
+  for (const char16_t* name : {u"../escape", u"a/b", u"..", u""}) {
+    PipeServerEnd server;
+    EXPECT_FALSE(server.Create(name, 1, 1024, 1024, 1000)) << ToUtf8(name);
+    EXPECT_EQ(LastError(), kErrorInvalidName) << ToUtf8(name);
+  }
+}
+
+TEST_F(PipeFolder, NamesAreUsedVerbatimWithSpaces) {
+  std::string dir = root_ + "/pipes";
+  UseFolder(dir);
+  PipeServerEnd server;
+  ASSERT_TRUE(server.Create(u"Vanta Labs VGCR Command Handler Manager", 1, 1024, 1024, 1000));
+  struct stat st {};
+  EXPECT_EQ(::stat((dir + "/Vanta Labs VGCR Command Handler Manager").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISSOCK(st.st_mode));
+  server.Close();
+  EXPECT_NE(::stat((dir + "/Vanta Labs VGCR Command Handler Manager").c_str(), &st), 0)
+      << "the socket file goes with the last instance";
+}
+
+TEST_F(PipeFolder, AStaleSocketFileIsReplaced) {
+  std::string dir = root_ + "/pipes";
+  UseFolder(dir);
+  {
+    PipeServerEnd first;
+    ASSERT_TRUE(first.Create(u"stale", 1, 1024, 1024, 1000));
+    // Simulate a crash: the file stays behind after the listener is gone.
+    ASSERT_EQ(::link((dir + "/stale").c_str(), (dir + "/kept").c_str()), 0);
+  }
+  ASSERT_EQ(::rename((dir + "/kept").c_str(), (dir + "/stale").c_str()), 0);
+  PipeServerEnd second;
+  EXPECT_TRUE(second.Create(u"stale", 1, 1024, 1024, 1000)) << LastError();
+}
+
+TEST_F(PipeFolder, ALiveListenerInAnotherProcessMakesTheNameBusy) {
+  std::string dir = root_ + "/pipes";
+  UseFolder(dir);
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  pid_t child = ::fork();
+  if (child == 0) {
+    PipeServerEnd held;
+    bool ok = held.Create(u"taken", 1, 1024, 1024, 1000);
+    char byte = ok ? 1 : 0;
+    (void)!::write(ready[1], &byte, 1);
+    ::pause();
+    ::_exit(0);
+  }
+  char byte = 0;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+  ASSERT_EQ(byte, 1);
+  PipeServerEnd second;
+  EXPECT_FALSE(second.Create(u"taken", 1, 1024, 1024, 1000));
+  EXPECT_EQ(LastError(), kErrorPipeBusy);
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+}
+
+}  // namespace
+}  // namespace plat

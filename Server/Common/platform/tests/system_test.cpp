@@ -1,0 +1,136 @@
+// Shared memory, the machine's folders, temporary files, clocks and ids.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "platform/errors.h"
+#include "platform/machine_config.h"
+#include "platform/process.h"
+#include "platform/shared_memory.h"
+#include "platform/temp_file.h"
+#include "platform/text.h"
+#include "test_support.h"
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <cstdlib>
+#endif
+
+namespace plat {
+namespace {
+
+TEST(SharedMemory, PublishedRecordIsReadByName) {
+  std::u16string name = u"Global\\" + testing::UniqueName("VGCR_TEST_RECORD");
+  SharedMemory publisher;
+  ASSERT_TRUE(publisher.Create(name.c_str(), 12)) << LastError();
+  auto* words = static_cast<uint32_t*>(publisher.Map(12, MapAccess::kReadWrite));
+  ASSERT_NE(words, nullptr);
+  words[0] = 1;
+  words[1] = 200;
+  words[2] = 2;
+
+  SharedMemory reader;
+  ASSERT_TRUE(reader.Open(name.c_str(), MapAccess::kAll)) << LastError();
+  const auto* seen = static_cast<const uint32_t*>(reader.Map(12, MapAccess::kAll));
+  ASSERT_NE(seen, nullptr);
+  EXPECT_EQ(seen[0], 1u);
+  EXPECT_EQ(seen[1], 200u);
+  EXPECT_EQ(seen[2], 2u);
+  reader.Close();
+  publisher.Close();
+  SharedMemory::Remove(name.c_str());
+}
+
+TEST(SharedMemory, UnpublishedRecordIsFileNotFound) {
+  std::u16string name = u"Global\\" + testing::UniqueName("VGCR_TEST_NONE");
+  SharedMemory reader;
+  EXPECT_FALSE(reader.Open(name.c_str(), MapAccess::kRead));
+  EXPECT_EQ(LastError(), kErrorFileNotFound);
+}
+
+TEST(TempFile, NameKeepsThreeLettersOfThePrefixAndEndsInTmp) {
+  std::u16string folder;
+  ASSERT_TRUE(TempFolder(&folder));
+  ASSERT_EQ(folder.back(), kPathSeparator);
+  std::set<std::u16string> names;
+  for (int i = 0; i < 3; ++i) {
+    std::u16string full;
+    ASSERT_TRUE(CreateTempFile(folder, u"mstmp", &full)) << LastError();
+    std::u16string name = FileNamePart(full);
+    EXPECT_EQ(name.substr(0, 3), u"mst") << ToUtf8(name);
+    EXPECT_NE(name.substr(0, 5), u"mstmp") << ToUtf8(name);
+    EXPECT_EQ(name.substr(name.size() - 4), u".tmp") << ToUtf8(name);
+    names.insert(full);
+    GrantServiceAccess(full);
+    EXPECT_TRUE(DeleteFileAt(full)) << LastError();
+  }
+  EXPECT_EQ(names.size(), 3u);
+}
+
+TEST(MachineConfig, ServerLocalPathIsReadFromTheMachineSetting) {
+#if defined(_WIN32)
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VantaLabs\\Vigilcrest\\service\\Information", 0,
+                            nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+            ERROR_SUCCESS);
+  const wchar_t value[] = L"C:\\Vigilcrest\\Server";
+  ASSERT_EQ(RegSetValueExW(key, L"Local_Path", 0, REG_SZ, reinterpret_cast<const BYTE*>(value), sizeof value),
+            ERROR_SUCCESS);
+  std::u16string path;
+  EXPECT_TRUE(ReadServerLocalPath(&path));
+  EXPECT_EQ(path, u"C:\\Vigilcrest\\Server");
+  RegDeleteValueW(key, L"Local_Path");
+  RegCloseKey(key);
+  EXPECT_FALSE(ReadServerLocalPath(&path));
+#else
+  ::setenv("VGCR_LOCAL_PATH", "/srv/vigilcrest", 1);
+  std::u16string path;
+  EXPECT_TRUE(ReadServerLocalPath(&path));
+  EXPECT_EQ(path, u"/srv/vigilcrest");
+  ::unsetenv("VGCR_LOCAL_PATH");
+  EXPECT_FALSE(ReadServerLocalPath(&path));
+#endif
+}
+
+TEST(MachineConfig, CacheFolderExists) {
+  std::u16string folder;
+  ASSERT_TRUE(UserCacheFolder(&folder)) << LastError();
+  EXPECT_FALSE(folder.empty());
+}
+
+TEST(Process, IdsAndClocks) {
+  uint32_t main = CurrentThreadId();
+  uint32_t other = 0;
+  std::thread([&] { other = CurrentThreadId(); }).join();
+  EXPECT_NE(main, other);
+  EXPECT_NE(CurrentProcessId(), 0u);
+
+  uint32_t before = TickCount();
+  SleepMs(60);
+  // Tick granularity is coarse on some systems (10 to 16 ms).
+  EXPECT_GE(static_cast<uint32_t>(TickCount() - before), 40u);
+
+  LocalTime now = NowLocal();
+  EXPECT_GE(now.year, 2024);
+  EXPECT_GT(UnixTime(), 1700000000);
+
+  std::u16string self = ProcessFileName();
+  EXPECT_NE(ToUtf8(FileNamePart(self)).find("platform_tests"), std::string::npos) << ToUtf8(self);
+}
+
+TEST(Text, Utf8RoundTripKeepsSurrogatePairs) {
+  std::u16string text = u"a\u00E9\u20AC\U0001F600";
+  EXPECT_EQ(FromUtf8(ToUtf8(text)), text);
+  EXPECT_EQ(ToUtf8(std::u16string(1, u'\xD800')), "\xEF\xBF\xBD");
+  char small[4];
+  EXPECT_FALSE(ToUtf8(u"\u20AC\u20AC", small, sizeof small));
+  EXPECT_STREQ(small, "");
+}
+
+}  // namespace
+}  // namespace plat

@@ -1,0 +1,182 @@
+#include <windows.h>
+
+#include <cstdio>
+#include <cwchar>
+
+#include "platform/errors.h"
+#include "platform/pipe.h"
+#include "platform/text.h"
+#include "wide.h"
+
+namespace plat {
+namespace {
+
+using win32::W;
+
+constexpr std::size_t kPathCapacity = 256;
+
+// "\\.\pipe\<name>"; false (kErrorFilenameExcedRange) when it does not fit.
+bool PipePath(const char16_t* name, wchar_t (&path)[kPathCapacity]) {
+  if (!name || !*name) {
+    ::SetLastError(ERROR_INVALID_NAME);
+    return false;
+  }
+  int n = std::swprintf(path, kPathCapacity, L"\\\\.\\pipe\\%ls", W(name));
+  if (n < 0 || static_cast<std::size_t>(n) >= kPathCapacity) {
+    ::SetLastError(ERROR_FILENAME_EXCED_RANGE);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+uint32_t MaxPipeNameLength() { return kPathCapacity - 1 - 9; }
+
+// ---------------------------------------------------------------- client
+
+PipeClient::~PipeClient() { Close(); }
+
+bool PipeClient::Open(const char16_t* name) {
+  Close();
+  wchar_t path[kPathCapacity];
+  if (!PipePath(name, path)) return false;
+  HANDLE h = ::CreateFileW(path, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return false;
+  handle_ = h;
+  return true;
+}
+
+bool PipeClient::SetMessageReadMode() {
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  return ::SetNamedPipeHandleState(handle_, &mode, nullptr, nullptr) != FALSE;
+}
+
+bool PipeClient::Write(const void* data, uint32_t size, uint32_t* written) {
+  DWORD n = 0;
+  BOOL ok = ::WriteFile(handle_, data, size, &n, nullptr);
+  if (written) *written = n;
+  return ok != FALSE;
+}
+
+void PipeClient::Close() {
+  if (handle_) ::CloseHandle(handle_);
+  handle_ = nullptr;
+}
+
+bool PipeClient::WaitAvailable(const char16_t* name, uint32_t timeoutMs) {
+  wchar_t path[kPathCapacity];
+  if (!PipePath(name, path)) return false;
+  return ::WaitNamedPipeW(path, timeoutMs) != FALSE;
+}
+
+// ---------------------------------------------------------------- server
+
+struct PipeServerEnd::State {
+  HANDLE pipe = INVALID_HANDLE_VALUE;
+  HANDLE event = nullptr;
+  OVERLAPPED overlapped{};
+};
+
+PipeServerEnd::PipeServerEnd() : state_(std::make_unique<State>()) {}
+PipeServerEnd::~PipeServerEnd() { Close(); }
+
+bool PipeServerEnd::Create(const char16_t* name, uint32_t maxInstances, uint32_t outBuffer,
+                           uint32_t inBuffer, uint32_t defaultTimeoutMs) {
+  Close();
+  wchar_t path[kPathCapacity];
+  if (!PipePath(name, path)) return false;
+  State& s = *state_;
+  s.event = ::CreateEventW(nullptr, TRUE, TRUE, nullptr);
+  if (!s.event) return false;
+  // A null DACL: any local caller may connect.
+  SECURITY_DESCRIPTOR sd;
+  SECURITY_ATTRIBUTES sa{sizeof sa, &sd, FALSE};
+  if (!::InitializeSecurityDescriptor(&sd, SECURITY_DESCRIPTOR_REVISION) ||
+      !::SetSecurityDescriptorDacl(&sd, TRUE, nullptr, FALSE)) {
+    DWORD err = ::GetLastError();
+    Close();
+    ::SetLastError(err);
+    return false;
+  }
+  s.pipe = ::CreateNamedPipeW(path, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED,
+                              PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, maxInstances,
+                              outBuffer, inBuffer, defaultTimeoutMs, &sa);
+  if (s.pipe == INVALID_HANDLE_VALUE) {
+    DWORD err = ::GetLastError();
+    Close();
+    ::SetLastError(err);
+    return false;
+  }
+  s.overlapped.hEvent = s.event;
+  return true;
+}
+
+bool PipeServerEnd::Connect() {
+  State& s = *state_;
+  s.overlapped = OVERLAPPED{};
+  s.overlapped.hEvent = s.event;
+  if (::ConnectNamedPipe(s.pipe, &s.overlapped)) return true;
+  if (::GetLastError() == ERROR_PIPE_CONNECTED) {
+    // The client came before the call; nothing will signal the event.
+    ::SetEvent(s.event);
+    return true;
+  }
+  return false;
+}
+
+bool PipeServerEnd::Read(void* buffer, uint32_t capacity, uint32_t* read) {
+  State& s = *state_;
+  s.overlapped = OVERLAPPED{};
+  s.overlapped.hEvent = s.event;
+  DWORD n = 0;
+  BOOL ok = ::ReadFile(s.pipe, buffer, capacity, &n, &s.overlapped);
+  if (!ok && ::GetLastError() == ERROR_MORE_DATA) {
+    // The part that fitted is already in the buffer; its length is only
+    // reported through the overlapped result.
+    ::GetOverlappedResult(s.pipe, &s.overlapped, &n, FALSE);
+    ::SetLastError(ERROR_MORE_DATA);
+  }
+  if (read) *read = n;
+  return ok != FALSE;
+}
+
+bool PipeServerEnd::Result(uint32_t* transferred, bool wait) {
+  State& s = *state_;
+  DWORD n = 0;
+  BOOL ok = ::GetOverlappedResult(s.pipe, &s.overlapped, &n, wait ? TRUE : FALSE);
+  if (transferred) *transferred = n;
+  return ok != FALSE;
+}
+
+WaitHandle PipeServerEnd::Ready() const { return WaitHandle{state_->event}; }
+
+bool PipeServerEnd::Disconnect() { return ::DisconnectNamedPipe(state_->pipe) != FALSE; }
+
+bool PipeServerEnd::ClientProcessId(uint32_t* pid) const {
+  using Fn = BOOL(WINAPI*)(HANDLE, PULONG);
+  static Fn fn = reinterpret_cast<Fn>(
+      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "GetNamedPipeClientProcessId")));
+  if (!fn) {
+    ::SetLastError(ERROR_NOT_SUPPORTED);
+    return false;
+  }
+  ULONG value = 0;
+  if (!fn(state_->pipe, &value)) return false;
+  *pid = value;
+  return true;
+}
+
+void PipeServerEnd::Close() {
+  State& s = *state_;
+  if (s.pipe != INVALID_HANDLE_VALUE) {
+    ::CancelIo(s.pipe);
+    ::CloseHandle(s.pipe);
+  }
+  if (s.event) ::CloseHandle(s.event);
+  s = State{};
+}
+
+bool PipeServerEnd::IsOpen() const { return state_->pipe != INVALID_HANDLE_VALUE; }
+
+}  // namespace plat

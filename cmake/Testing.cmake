@@ -1,0 +1,34 @@
+# GoogleTest: Debian's libgtest-dev natively; for the Windows cross-build it is
+# compiled from Debian's googletest sources. Windows test programs run under
+# Wine through CMAKE_CROSSCOMPILING_EMULATOR (see cmake/wine-run.sh).
+
+include(CTest)
+enable_testing()
+
+if(WIN32)
+  set(VGCR_GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources")
+  set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+  add_subdirectory(${VGCR_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/_googletest EXCLUDE_FROM_ALL)
+  # GoogleTest 1.12 defines the GTest:: aliases itself.
+else()
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+endif()
+
+# vgcr_add_gtest(name SOURCES ... LIBS ...)
+# Natively every test case becomes its own ctest entry; under Wine one entry
+# per program keeps the number of Wine start-ups small.
+function(vgcr_add_gtest name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  vgcr_target_defaults(${name})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
+  if(CMAKE_CROSSCOMPILING)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 180)
+  else()
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+  endif()
+endfunction()
