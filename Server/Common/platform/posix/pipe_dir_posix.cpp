@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "platform/errors.h"
@@ -17,51 +19,52 @@ namespace {
 
 constexpr const char* kSystemPipeDir = "/run/vigilcrest/pipe";
 
-bool IsSafeFolder(const std::string& path, const struct stat& st) {
+bool IsSafeFolder(const char* path, const struct stat& st) {
   if (!S_ISDIR(st.st_mode)) {
-    posix::Diagnose("pipe folder %s refused: not a directory", path.c_str());
+    posix::Diagnose("pipe folder %s refused: not a directory", path);
     return false;
   }
   if (st.st_uid != ::geteuid() && st.st_uid != 0) {
-    posix::Diagnose("pipe folder %s refused: owned by uid %u, not by this user (uid %u)",
-                    path.c_str(), static_cast<unsigned>(st.st_uid),
-                    static_cast<unsigned>(::geteuid()));
+    posix::Diagnose("pipe folder %s refused: owned by uid %u, not by this user (uid %u)", path,
+                    static_cast<unsigned>(st.st_uid), static_cast<unsigned>(::geteuid()));
     return false;
   }
   if (st.st_mode & S_IWOTH) {
-    posix::Diagnose("pipe folder %s refused: writable by others (mode %04o)", path.c_str(),
+    posix::Diagnose("pipe folder %s refused: writable by others (mode %04o)", path,
                     static_cast<unsigned>(st.st_mode & 07777));
     return false;
   }
   return true;
 }
 
-// Creates the folder (and its parent) when missing, then checks it.
-// `quiet` skips the diagnostic when the folder cannot be created, for the
-// system default that is allowed to fall back.
-bool EnsureFolder(const std::string& path, bool quiet) {
+// Creates the folder (and its parent) when missing, then checks it. With
+// `quiet` a folder that cannot be created is not reported, for the system
+// default that may fall back. Runs on every pipe open, so it allocates
+// nothing while the folder exists.
+bool EnsureFolder(const char* path, bool quiet) {
   struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0) {
+  if (::lstat(path, &st) != 0) {
     if (errno != ENOENT) {
       SetLastError(ErrorFromErrno(errno));
       return false;
     }
-    std::string::size_type cut = path.find_last_of('/');
+    std::string parent(path);
+    std::string::size_type cut = parent.find_last_of('/');
     if (cut != std::string::npos && cut > 0) {
-      std::string parent = path.substr(0, cut);
+      parent.resize(cut);
       if (::mkdir(parent.c_str(), 0755) != 0 && errno != EEXIST) {
         SetLastError(ErrorFromErrno(errno));
-        if (!quiet) posix::Diagnose("pipe folder %s: cannot create %s", path.c_str(), parent.c_str());
+        if (!quiet) posix::Diagnose("pipe folder %s: cannot create %s", path, parent.c_str());
         return false;
       }
     }
-    if (::mkdir(path.c_str(), 0770) != 0 && errno != EEXIST) {
+    if (::mkdir(path, 0770) != 0 && errno != EEXIST) {
       SetLastError(ErrorFromErrno(errno));
-      if (!quiet) posix::Diagnose("pipe folder %s: cannot create it (errno %d)", path.c_str(), errno);
+      if (!quiet) posix::Diagnose("pipe folder %s: cannot create it (errno %d)", path, errno);
       return false;
     }
-    ::chmod(path.c_str(), 0770);  // the umask may have taken bits away
-    if (::lstat(path.c_str(), &st) != 0) {
+    ::chmod(path, 0770);  // the umask may have taken bits away
+    if (::lstat(path, &st) != 0) {
       SetLastError(ErrorFromErrno(errno));
       return false;
     }
@@ -73,23 +76,34 @@ bool EnsureFolder(const std::string& path, bool quiet) {
   return true;
 }
 
+bool Copy(const char* text, char* out, std::size_t capacity) {
+  std::size_t n = std::strlen(text);
+  if (n + 1 > capacity) {
+    SetLastError(kErrorFilenameExcedRange);
+    return false;
+  }
+  std::memcpy(out, text, n + 1);
+  return true;
+}
+
 }  // namespace
 
-bool PipeDirectory(std::string* path) {
+bool PipeDirectory(char* out, std::size_t capacity) {
   if (const char* configured = std::getenv("VGCR_PIPE_DIR"); configured && *configured) {
-    std::string dir = configured;
-    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
-    if (!EnsureFolder(dir, false)) return false;
-    *path = dir;
-    return true;
+    if (!Copy(configured, out, capacity)) return false;
+    for (std::size_t n = std::strlen(out); n > 1 && out[n - 1] == '/'; --n) out[n - 1] = '\0';
+    return EnsureFolder(out, false);
   }
-  if (EnsureFolder(kSystemPipeDir, true)) {
-    *path = kSystemPipeDir;
-    return true;
-  }
-  std::string fallback = "/tmp/vigilcrest-pipe-" + std::to_string(::geteuid());
-  if (!EnsureFolder(fallback, false)) return false;
-  *path = fallback;
+  if (EnsureFolder(kSystemPipeDir, true)) return Copy(kSystemPipeDir, out, capacity);
+  char fallback[64];
+  std::snprintf(fallback, sizeof fallback, "/tmp/vigilcrest-pipe-%u", static_cast<unsigned>(::geteuid()));
+  return EnsureFolder(fallback, false) && Copy(fallback, out, capacity);
+}
+
+bool PipeDirectory(std::string* path) {
+  char folder[4096];
+  if (!PipeDirectory(folder, sizeof folder)) return false;
+  *path = folder;
   return true;
 }
 

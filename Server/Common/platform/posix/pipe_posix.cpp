@@ -40,18 +40,19 @@ bool PipeAddress(const char16_t* name, sockaddr_un* addr) {
     SetLastError(kErrorInvalidName);
     return false;
   }
-  std::string folder;
-  if (!PipeDirectory(&folder)) return false;
+  char folder[kSunPathSize];
+  if (!PipeDirectory(folder, sizeof folder)) return false;
   char utf8[kSunPathSize * 4];
-  if (!ToUtf8(view, utf8, sizeof utf8) ||
-      folder.size() + 1 + std::strlen(utf8) + 1 > kSunPathSize) {
+  std::size_t folderLength = std::strlen(folder);
+  if (!ToUtf8(view, utf8, sizeof utf8) || folderLength + 1 + std::strlen(utf8) + 1 > kSunPathSize) {
     SetLastError(kErrorFilenameExcedRange);
     return false;
   }
   std::memset(addr, 0, sizeof *addr);
   addr->sun_family = AF_UNIX;
-  std::string full = folder + "/" + utf8;
-  std::memcpy(addr->sun_path, full.c_str(), full.size() + 1);
+  std::memcpy(addr->sun_path, folder, folderLength);
+  addr->sun_path[folderLength] = '/';
+  std::memcpy(addr->sun_path + folderLength + 1, utf8, std::strlen(utf8) + 1);
   return true;
 }
 
@@ -86,9 +87,10 @@ thread_local Stash t_stash{{}, -1};
 }  // namespace
 
 uint32_t MaxPipeNameLength() {
-  std::string folder;
-  if (!PipeDirectory(&folder)) return 0;
-  return folder.size() + 2 >= kSunPathSize ? 0 : static_cast<uint32_t>(kSunPathSize - folder.size() - 2);
+  char folder[kSunPathSize];
+  if (!PipeDirectory(folder, sizeof folder)) return 0;
+  std::size_t n = std::strlen(folder);
+  return n + 2 >= kSunPathSize ? 0 : static_cast<uint32_t>(kSunPathSize - n - 2);
 }
 
 // ---------------------------------------------------------------- client

@@ -150,6 +150,24 @@ TEST_F(Pipe, ClosedClientIsABrokenPipe) {
   EXPECT_EQ(LastError(), kErrorBrokenPipe);
 }
 
+TEST_F(Pipe, PendingReadFailsWhenTheClientCloses) {
+  PipeClient client;
+  ASSERT_TRUE(client.Open(name_.c_str()));
+  Accept();
+  char buffer[16];
+  uint32_t n = 0;
+  ASSERT_FALSE(server_.Read(buffer, sizeof buffer, &n));
+  ASSERT_EQ(LastError(), kErrorIoPending);
+  std::thread closer([&] {
+    SleepMs(30);
+    client.Close();
+  });
+  EXPECT_EQ(WaitForOne(server_.Ready(), 5000), kWaitObject0);
+  EXPECT_FALSE(server_.Result(&n, false));
+  EXPECT_EQ(LastError(), kErrorBrokenPipe);
+  closer.join();
+}
+
 TEST_F(Pipe, DisconnectThenConnectLetsTheNextClientIn) {
   for (const char* text : {"one", "two"}) {
     // After a disconnect the instance takes no client until Connect runs

@@ -10,6 +10,7 @@
 // (busy waits, chunking, the reply wait) is written once.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,6 +30,8 @@ uint32_t MaxPipeNameLength();
 // (kErrorAccessDenied, with a diagnostic) when it is not a real directory,
 // is owned by another user (root excepted), or is writable by others.
 bool PipeDirectory(std::string* path);
+// The same into a caller's buffer, without the heap.
+bool PipeDirectory(char* path, std::size_t capacity);
 #endif
 
 // The client end: write-only, opened, written and closed per message.

@@ -1,0 +1,29 @@
+// The client end of a command pipe: opened, written and closed per message.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/pipe.h"
+
+// Largest piece written to a pipe at once; a longer send is several pipe
+// messages in a row.
+inline constexpr uint32_t kPipeChunkSize = 1024;
+// How long an open waits for a busy pipe, per attempt.
+inline constexpr uint32_t kPipeBusyWaitMs = 20000;
+
+class CPipeClient {
+ public:
+  // Opens the pipe for writing in message read mode. A busy pipe is waited
+  // for (20 s per attempt) and tried again for as long as the wait succeeds;
+  // any other failure, a missing pipe among them, fails at once. The last
+  // error says why.
+  bool Open(const char16_t* name);
+  // Writes *length bytes in pieces of at most 1024. A piece refused for lack
+  // of system resources (1450) is written again at once. On success
+  // *length holds the bytes written.
+  bool Send(const void* data, uint32_t* length);
+  void Close();
+
+ private:
+  plat::PipeClient pipe_;
+};

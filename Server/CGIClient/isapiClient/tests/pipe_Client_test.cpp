@@ -1,0 +1,110 @@
+#include "channel/pipe_Client.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/errors.h"
+#include "platform/pipe.h"
+#include "test_support.h"
+
+namespace {
+
+// Reads every pipe message one client sends, until it closes.
+std::vector<std::string> ReadAllMessages(plat::PipeServerEnd& server) {
+  std::vector<std::string> messages;
+  if (!server.Connect()) {
+    // A client that came and went before the connect (Windows says so here).
+    if (plat::LastError() != plat::kErrorIoPending) return messages;
+    uint32_t n = 0;
+    if (!server.Result(&n, true)) return messages;
+  }
+  for (;;) {
+    char buffer[4096];
+    uint32_t n = 0;
+    bool ok = server.Read(buffer, sizeof buffer, &n);
+    if (!ok && plat::LastError() == plat::kErrorIoPending) ok = server.Result(&n, true);
+    if (!ok) break;
+    messages.emplace_back(buffer, n);
+  }
+  return messages;
+}
+
+TEST(PipeClient, A2500ByteSendTravelsAs1024And1024And452) {
+  std::u16string name = plat::testing::UniqueName("vgcr chunk test");
+  plat::PipeServerEnd server;
+  ASSERT_TRUE(server.Create(name.c_str(), 1, 1024, 1024, 1000));
+  std::vector<std::string> messages;
+  std::thread reader([&] { messages = ReadAllMessages(server); });
+  std::string payload(2500, '\0');
+  for (std::size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>(i * 7);
+  {
+    CPipeClient client;
+    ASSERT_TRUE(client.Open(name.c_str())) << plat::LastError();
+    uint32_t length = 2500;
+    ASSERT_TRUE(client.Send(payload.data(), &length));
+    EXPECT_EQ(length, 2500u);
+    client.Close();
+  }
+  reader.join();
+  ASSERT_EQ(messages.size(), 3u);
+  EXPECT_EQ(messages[0].size(), 1024u);
+  EXPECT_EQ(messages[1].size(), 1024u);
+  EXPECT_EQ(messages[2].size(), 452u);
+  EXPECT_EQ(messages[0] + messages[1] + messages[2], payload);
+}
+
+TEST(PipeClient, SendingNothingSucceedsAndWritesNothing) {
+  std::u16string name = plat::testing::UniqueName("vgcr empty send");
+  plat::PipeServerEnd server;
+  ASSERT_TRUE(server.Create(name.c_str(), 1, 1024, 1024, 1000));
+  std::vector<std::string> messages;
+  std::thread reader([&] { messages = ReadAllMessages(server); });
+  {
+    CPipeClient client;
+    ASSERT_TRUE(client.Open(name.c_str()));
+    uint32_t length = 0;
+    EXPECT_TRUE(client.Send("unused", &length));
+    EXPECT_EQ(length, 0u);
+    client.Close();
+  }
+  reader.join();
+  EXPECT_TRUE(messages.empty());
+}
+
+TEST(PipeClient, MissingPipeFailsTheOpenAtOnce) {
+  std::u16string name = plat::testing::UniqueName("vgcr missing");
+  CPipeClient client;
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(client.Open(name.c_str()));
+  EXPECT_EQ(plat::LastError(), plat::kErrorFileNotFound);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+}
+
+TEST(PipeClient, BusyPipeIsWaitedForUntilAnInstanceIsFree) {
+  std::u16string name = plat::testing::UniqueName("vgcr busy");
+  plat::PipeServerEnd server;
+  ASSERT_TRUE(server.Create(name.c_str(), 1, 1024, 1024, 1000));
+  // The first client takes the only instance.
+  CPipeClient first;
+  ASSERT_TRUE(first.Open(name.c_str()));
+  if (!server.Connect()) {
+    uint32_t n = 0;
+    ASSERT_TRUE(server.Result(&n, true));
+  }
+  std::thread release([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    first.Close();
+    server.Disconnect();
+    server.Connect();
+  });
+  CPipeClient second;
+  bool opened = second.Open(name.c_str());
+  release.join();
+  EXPECT_TRUE(opened) << plat::LastError();
+}
+
+}  // namespace
