@@ -482,6 +482,16 @@ WaitHandle PipeServerEnd::Ready() const {
   return WaitHandle{s.connFd};
 }
 
+void PipeServerEnd::Cancel() {
+  State& s = *state_;
+  s.op = Op::kNone;
+  s.buffer = nullptr;
+  s.lastTransferred = 0;
+  s.lastError = kErrorOperationAborted;
+}
+
+bool PipeServerEnd::ClientProcessIdSupported() { return true; }
+
 bool PipeServerEnd::Disconnect() {
   State& s = *state_;
   if (s.listenFd < 0) {

@@ -5,6 +5,10 @@
 #include <climits>
 #include <string>
 
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/diagnostics.h"
 #include "platform/process.h"
 #include "platform/text.h"
 
@@ -42,6 +46,11 @@ std::u16string ProcessFileName() {
   ssize_t n = ::readlink("/proc/self/exe", path, sizeof path - 1);
   if (n <= 0) return std::u16string();
   return FromUtf8(std::string_view(path, static_cast<std::size_t>(n)));
+}
+
+void OutputDebugText(const char16_t* text) {
+  if (std::getenv("VGCR_DEBUG_OUTPUT") == nullptr || text == nullptr) return;
+  std::fputs(ToUtf8(text).c_str(), stderr);
 }
 
 }  // namespace plat

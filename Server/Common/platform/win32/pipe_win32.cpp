@@ -151,12 +151,29 @@ bool PipeServerEnd::Result(uint32_t* transferred, bool wait) {
 
 WaitHandle PipeServerEnd::Ready() const { return WaitHandle{state_->event}; }
 
+void PipeServerEnd::Cancel() {
+  State& s = *state_;
+  if (::CancelIo(s.pipe)) {
+    DWORD n = 0;
+    ::GetOverlappedResult(s.pipe, &s.overlapped, &n, TRUE);
+  }
+}
+
+namespace {
+using ClientPidFn = BOOL(WINAPI*)(HANDLE, PULONG);
+ClientPidFn ClientPidEntry() {
+  static ClientPidFn fn = reinterpret_cast<ClientPidFn>(reinterpret_cast<void*>(
+      ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "GetNamedPipeClientProcessId")));
+  return fn;
+}
+}  // namespace
+
+bool PipeServerEnd::ClientProcessIdSupported() { return ClientPidEntry() != nullptr; }
+
 bool PipeServerEnd::Disconnect() { return ::DisconnectNamedPipe(state_->pipe) != FALSE; }
 
 bool PipeServerEnd::ClientProcessId(uint32_t* pid) const {
-  using Fn = BOOL(WINAPI*)(HANDLE, PULONG);
-  static Fn fn = reinterpret_cast<Fn>(
-      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "GetNamedPipeClientProcessId")));
+  ClientPidFn fn = ClientPidEntry();
   if (!fn) {
     ::SetLastError(ERROR_NOT_SUPPORTED);
     return false;

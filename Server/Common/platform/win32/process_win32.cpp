@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "platform/diagnostics.h"
 #include "platform/process.h"
 #include "wide.h"
 
@@ -23,6 +24,10 @@ std::u16string ProcessFileName() {
   wchar_t path[MAX_PATH + 1] = {};
   DWORD n = ::GetModuleFileNameW(nullptr, path, MAX_PATH);
   return std::u16string(win32::U(path), n);
+}
+
+void OutputDebugText(const char16_t* text) {
+  if (text) ::OutputDebugStringW(win32::W(text));
 }
 
 }  // namespace plat

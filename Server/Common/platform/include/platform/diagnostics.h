@@ -10,4 +10,8 @@ using DiagnosticSink = void (*)(const char16_t* text);
 void SetDiagnosticSink(DiagnosticSink sink);
 void ReportDiagnostic(const char16_t* text);
 
+// OutputDebugStringW on Windows; on POSIX standard error, and only when
+// $VGCR_DEBUG_OUTPUT is set (a debugger's output window has no equivalent).
+void OutputDebugText(const char16_t* text);
+
 }  // namespace plat

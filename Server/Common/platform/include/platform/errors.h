@@ -35,6 +35,7 @@ enum : uint32_t {
   kErrorMoreData = 234,
   kErrorWaitTimeout = 258,
   kErrorPipeConnected = 535,
+  kErrorOperationAborted = 995,
   kErrorPipeListening = 536,
   kErrorIoIncomplete = 996,
   kErrorIoPending = 997,

@@ -93,10 +93,15 @@ class PipeServerEnd {
   bool Result(uint32_t* transferred, bool wait);
   // Signalled when the operation in progress has completed.
   WaitHandle Ready() const;
+  // CancelIo: abandons the operation in progress and waits until the system
+  // no longer touches its buffer.
+  void Cancel();
   // DisconnectNamedPipe: drops the client; Connect again to take the next.
   bool Disconnect();
   // GetNamedPipeClientProcessId (SO_PEERCRED on Linux).
   bool ClientProcessId(uint32_t* pid) const;
+  // Whether this system can tell the client's process id at all.
+  static bool ClientProcessIdSupported();
   void Close();
   bool IsOpen() const;
 

@@ -1,0 +1,282 @@
+#include "util_ipc_msg_buffer.h"
+
+#include <cstring>
+#include <filesystem>
+#include <new>
+
+#include "platform/diagnostics.h"
+#include "platform/machine_config.h"
+#include "platform/temp_file.h"
+#include "support/dbg_Trace.h"
+#include "support/str_Format.h"
+
+namespace {
+
+constexpr char16_t kTraceSource[] = u".\\util_ipc_msg_buffer";
+constexpr char16_t kSourceFile[] = u"util_ipc_msg_buffer";
+
+std::filesystem::path FsPath(const std::u16string& path) { return std::filesystem::path(path); }
+
+// Where spill files go: the server folder, else the per-user cache folder,
+// else the temporary folder.
+bool SpillFolder(std::u16string* folder) {
+  if (plat::ReadServerLocalPath(folder) && !folder->empty()) return true;
+  if (plat::UserCacheFolder(folder) && !folder->empty()) return true;
+  if (plat::TempFolder(folder) && !folder->empty()) return true;
+  folder->clear();
+  return false;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- exception
+
+CIPCMsgBufferException::CIPCMsgBufferException(uint32_t code, const char16_t* sourceFile, uint32_t line)
+    : OS::CException(code, kCategory, sourceFile, line, MessageFor(code)) {}
+
+const char16_t* CIPCMsgBufferException::MessageFor(uint32_t code) {
+  switch (code) {
+    case kOutOfRange: return u"Out of range";
+    case kInvalidBuffer: return u"Invalid buffer";
+    case kNotOwner: return u"Not owner";
+    default: return u"";
+  }
+}
+
+// ---------------------------------------------------------------- buffer
+
+CIPCMsgBuffer::CIPCMsgBuffer(uint32_t growthStep, bool owner)
+    : growthStep_(growthStep ? growthStep : 1024), owner_(owner) {}
+
+CIPCMsgBuffer::~CIPCMsgBuffer() {
+  if (owner_) delete[] data_;
+  data_ = nullptr;
+  if (spillStream_) {
+    spillStream_->close();
+    spillStream_.reset();
+    plat::GrantServiceAccess(spillPath_);
+  }
+  if (spillPath_[0] && deleteSpillFile_) plat::DeleteFileAt(spillPath_);
+}
+
+void CIPCMsgBuffer::Raise(uint32_t code, int line) const {
+  throw CIPCMsgBufferException(code, kSourceFile, static_cast<uint32_t>(line));
+}
+
+bool CIPCMsgBuffer::SpillNow() {
+  if (spillStream_) return true;
+  if (!CreateSpillFile()) return false;
+  spillStream_->write(reinterpret_cast<const char*>(data_), m_dwBytesUsed);
+  if (!*spillStream_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+  return true;
+}
+
+void CIPCMsgBuffer::Append(const void* source, uint32_t size) {
+  if (capacity_ >= kSpillThreshold && !spillStream_) SpillNow();
+  if (spillStream_) {
+    spillStream_->write(static_cast<const char*>(source), size);
+    if (!*spillStream_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+    return;
+  }
+  if (size == 0) return;
+  if (capacity_ - m_dwBytesUsed >= size) {
+    std::memcpy(data_ + m_dwBytesUsed, source, size);
+    m_dwBytesUsed += size;
+    return;
+  }
+  // The next multiple of the step strictly above the size needed.
+  uint64_t needed = uint64_t{m_dwBytesUsed} + size;
+  uint64_t grown = (needed / growthStep_ + 1) * growthStep_;
+  if (grown > UINT32_MAX) Raise(CIPCMsgBufferException::kOutOfRange, __LINE__);
+  auto* block = new (std::nothrow) uint8_t[grown];
+  if (!block) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+  if (m_dwBytesUsed) std::memcpy(block, data_, m_dwBytesUsed);
+  std::memcpy(block + m_dwBytesUsed, source, size);
+  if (owner_) delete[] data_;
+  data_ = block;
+  owner_ = true;
+  m_dwBytesUsed += size;
+  capacity_ = static_cast<uint32_t>(grown);
+}
+
+bool CIPCMsgBuffer::CreateSpillFile() {
+  std::u16string folder;
+  if (!SpillFolder(&folder)) {
+    spillPath_[0] = u'\0';
+    return false;
+  }
+  if (folder.back() != u'\\' && folder.back() != u'/') folder.push_back(plat::kPathSeparator);
+  std::u16string full;
+  if (!plat::CreateTempFile(folder, u"mstmp", &full) || full.size() >= kPathChars) {
+    if (!full.empty()) plat::DeleteFileAt(full);
+    spillPath_[0] = u'\0';
+    return false;
+  }
+  std::memcpy(spillPath_, full.c_str(), (full.size() + 1) * sizeof(char16_t));
+  char16_t line[kPathChars + 16];
+  fmt16::Format(line, kPathChars + 16, u"Path:%s\n", spillPath_);
+  plat::OutputDebugText(line);
+  // Until the message is handed over, nobody else will ever read the file.
+  deleteSpillFile_ = true;
+  spillStream_ = std::make_unique<std::fstream>(
+      FsPath(full), std::ios::in | std::ios::out | std::ios::binary | std::ios::trunc);
+  return true;
+}
+
+bool CIPCMsgBuffer::OpenSpillForInput(const std::u16string& path) {
+  if (path.empty() || path.size() >= kPathChars) return false;
+  std::memcpy(spillPath_, path.c_str(), (path.size() + 1) * sizeof(char16_t));
+  spillStream_ = std::make_unique<std::fstream>(FsPath(path), std::ios::in | std::ios::binary);
+  return spillStream_->is_open();
+}
+
+void CIPCMsgBuffer::CloseSpillStream() {
+  if (!spillStream_) return;
+  spillStream_->close();
+  bool good = !spillStream_->fail();
+  spillStream_.reset();
+  plat::GrantServiceAccess(spillPath_);
+  if (!good) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+}
+
+void CIPCMsgBuffer::Attach(const void* bytes, uint32_t size) {
+  if (owner_) delete[] data_;
+  data_ = nullptr;
+  capacity_ = m_dwBytesUsed = m_dwCurPos = previousPos_ = 0;
+  owner_ = true;
+  if (size == 0) return;
+  data_ = new (std::nothrow) uint8_t[size];
+  if (!data_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+  std::memcpy(data_, bytes, size);
+  capacity_ = m_dwBytesUsed = size;
+}
+
+uint8_t* CIPCMsgBuffer::Detach(uint32_t* size) {
+  uint8_t* block = data_;
+  if (size) *size = m_dwBytesUsed;
+  data_ = nullptr;
+  capacity_ = m_dwBytesUsed = m_dwCurPos = previousPos_ = 0;
+  return block;
+}
+
+void CIPCMsgBuffer::Clear() {
+  if (owner_) delete[] data_;
+  data_ = nullptr;
+  owner_ = true;
+  capacity_ = m_dwBytesUsed = m_dwCurPos = previousPos_ = 0;
+}
+
+bool CIPCMsgBuffer::Refill(uint32_t need) {
+  if (!spillStream_ || spillStream_->eof() || spillStream_->fail()) return false;
+  const uint32_t remaining = m_dwBytesUsed - m_dwCurPos;
+  // A length that claims more than the file still holds cannot be met:
+  // refuse it before allocating for it.
+  if (uint64_t{need} - remaining > SpillBytesLeft()) return false;
+  uint32_t size = 0;
+  if (need - remaining <= m_dwBytesUsed && data_ != nullptr) {
+    std::memmove(data_, data_ + m_dwCurPos, remaining);
+    size = m_dwBytesUsed;
+  } else {
+    uint64_t wanted = uint64_t{m_dwCurPos} + need;
+    if (wanted > UINT32_MAX) return false;
+    auto* block = new (std::nothrow) uint8_t[wanted];
+    if (!block) return false;
+    std::memset(block, 0, wanted);
+    if (remaining) std::memcpy(block, data_ + m_dwCurPos, remaining);
+    if (owner_) delete[] data_;
+    data_ = block;
+    owner_ = true;
+    size = static_cast<uint32_t>(wanted);
+    capacity_ = size;
+  }
+  const uint32_t wantedBytes = size - remaining;
+  spillStream_->read(reinterpret_cast<char*>(data_ + remaining), wantedBytes);
+  const auto delivered = static_cast<uint32_t>(spillStream_->gcount());
+  m_dwBytesUsed = delivered < wantedBytes ? delivered + remaining : size;
+  m_dwCurPos = previousPos_ = 0;
+  if (spillStream_->eof() || spillStream_->fail()) {
+    spillStream_->close();
+    spillStream_.reset();
+  }
+  return true;
+}
+
+uint64_t CIPCMsgBuffer::SpillBytesLeft() {
+  if (!spillStream_ || spillStream_->fail()) return 0;
+  const std::streampos here = spillStream_->tellg();
+  if (here < 0) return 0;
+  spillStream_->seekg(0, std::ios::end);
+  const std::streamoff left = spillStream_->tellg() - here;
+  spillStream_->seekg(here);
+  return left > 0 ? static_cast<uint64_t>(left) : 0;
+}
+
+bool CIPCMsgBuffer::NextItemAvailable() {
+  const uint32_t n = PeekU32();
+  const uint64_t inMemory = m_dwBytesUsed - m_dwCurPos;
+  return uint64_t{n} + 4 <= inMemory + SpillBytesLeft();
+}
+
+// Raises kOutOfRange unless `need` unread bytes are (or can be made) available.
+void CIPCMsgBuffer::EnsureReadable(uint32_t need, int line) {
+  if (uint64_t{m_dwCurPos} + need <= m_dwBytesUsed) return;
+  if (!Refill(need) || uint64_t{m_dwCurPos} + need > m_dwBytesUsed) {
+    Raise(CIPCMsgBufferException::kOutOfRange, line);
+  }
+}
+
+uint32_t CIPCMsgBuffer::ReadU32() {
+  if (!data_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+  EnsureReadable(4, __LINE__);
+  uint32_t value = 0;
+  std::memcpy(&value, data_ + m_dwCurPos, 4);  // the host is little-endian
+  previousPos_ = m_dwCurPos;
+  m_dwCurPos += 4;
+  return value;
+}
+
+uint32_t CIPCMsgBuffer::PeekU32() {
+  if (!data_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+  EnsureReadable(4, __LINE__);
+  uint32_t value = 0;
+  std::memcpy(&value, data_ + m_dwCurPos, 4);
+  return value;
+}
+
+const uint8_t* CIPCMsgBuffer::ReadItem(uint32_t* length) {
+  if (!data_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+  EnsureReadable(4, __LINE__);
+  uint32_t n = 0;
+  std::memcpy(&n, data_ + m_dwCurPos, 4);
+  previousPos_ = m_dwCurPos;
+  m_dwCurPos += 4;
+  if (uint64_t{m_dwCurPos} + n > m_dwBytesUsed &&
+      (n > UINT32_MAX - 4 || !Refill(n + 4) || uint64_t{m_dwCurPos} + n > m_dwBytesUsed)) {
+    dbg::TraceW(2, kTraceSource, __LINE__,
+                u"CIPCMsgBuffer::operator >>() ==> size error  (m_dwCurPos[%d]+iTotalBytes[%d]) > m_dwBytesUsed[%d]",
+                m_dwCurPos, n, m_dwBytesUsed);
+    Raise(CIPCMsgBufferException::kOutOfRange, __LINE__);
+  }
+  previousPos_ = m_dwCurPos;
+  const uint8_t* item = data_ + m_dwCurPos;
+  m_dwCurPos += n;
+  *length = n;
+  return item;
+}
+
+const uint8_t* CIPCMsgBuffer::ReadItemSilent(uint32_t* length) {
+  if (!data_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
+  EnsureReadable(4, __LINE__);
+  uint32_t n = 0;
+  std::memcpy(&n, data_ + m_dwCurPos, 4);
+  previousPos_ = m_dwCurPos;
+  m_dwCurPos += 4;
+  if (uint64_t{m_dwCurPos} + n > m_dwBytesUsed && (!Refill(n) || uint64_t{m_dwCurPos} + n > m_dwBytesUsed)) {
+    Raise(CIPCMsgBufferException::kOutOfRange, __LINE__);
+  }
+  previousPos_ = m_dwCurPos;
+  const uint8_t* item = data_ + m_dwCurPos;
+  m_dwCurPos += n;
+  *length = n;
+  return item;
+}
