@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "cmd_PipeNames.h"
+#include "channel_Settings.h"
 #include "pipe_Client.h"
 #include "pipe_Util.h"
 #include "platform/errors.h"
@@ -28,7 +28,7 @@ bool TakeBytes(CMsgSerializer& message, std::unique_ptr<uint8_t[]>* bytes, uint3
 }
 
 bool RoundTrip(CMsgSerializer& message, const char16_t* replyPipeName, const char16_t* servicePipe) {
-  CPipeServer server(kReplyTimeoutMs);
+  CPipeServer server(ChannelReplyTimeoutMs());
   std::unique_ptr<uint8_t[]> bytes;
   uint32_t size = 0;
   if (!TakeBytes(message, &bytes, &size)) return false;
@@ -36,8 +36,8 @@ bool RoundTrip(CMsgSerializer& message, const char16_t* replyPipeName, const cha
   message.HandOverSpillFile();
   std::string reply;
   auto append = [&reply](const char* piece, uint32_t length) { reply.append(piece, length); };
-  if (!ReadReply(server, 1024, true, kReplyTimeoutMs, append)) {
-    VGCR_TRACE(5, u"pipe [%s] no reply on [%s] within %u ms", servicePipe, replyPipeName, kReplyTimeoutMs);
+  if (!ReadReply(server, 1024, true, ChannelReplyTimeoutMs(), append)) {
+    VGCR_TRACE(5, u"pipe [%s] no reply on [%s] within %u ms", servicePipe, replyPipeName, ChannelReplyTimeoutMs());
     return false;
   }
   if (reply.empty()) {

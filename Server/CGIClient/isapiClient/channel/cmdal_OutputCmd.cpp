@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "cmd_PipeNames.h"
+#include "channel_Settings.h"
 #include "pipe_Client.h"
 #include "pipe_Util.h"
 #include "platform/errors.h"
@@ -32,7 +32,7 @@ bool cmdal_SendText(const char16_t* text, uint32_t byteLength) {
 bool cmdal_SendTextAndRecv(const char16_t* text, uint32_t byteLength, const char16_t* replyPipeName,
                            std::u16string* reply) {
   reply->clear();
-  CPipeServer server(kReplyTimeoutMs);
+  CPipeServer server(ChannelReplyTimeoutMs());
   if (!PipeSendAndRecvW(text, byteLength, replyPipeName, kCommandHandlerPipe, server, nullptr)) return false;
   // Each piece is terminated behind its last whole unit and appended up to
   // its first NUL, as a C string would be.
@@ -42,8 +42,8 @@ bool cmdal_SendTextAndRecv(const char16_t* text, uint32_t byteLength, const char
     units[length / 2] = u'\0';
     reply->append(units);
   };
-  if (!ReadReply(server, kReplyPieceBytes, false, kReplyTimeoutMs, append)) {
-    VGCR_TRACE(5, u"pipe [%s] no reply on [%s] within %u ms", kCommandHandlerPipe, replyPipeName, kReplyTimeoutMs);
+  if (!ReadReply(server, kReplyPieceBytes, false, ChannelReplyTimeoutMs(), append)) {
+    VGCR_TRACE(5, u"pipe [%s] no reply on [%s] within %u ms", kCommandHandlerPipe, replyPipeName, ChannelReplyTimeoutMs());
     reply->clear();
     return false;
   }

@@ -1,6 +1,6 @@
 #include "ocl_Command.h"
 
-#include "cmd_PipeNames.h"
+#include "channel_Settings.h"
 #include "pipe_Client.h"
 #include "platform/errors.h"
 #include "support/dbg_Trace.h"

@@ -27,7 +27,45 @@ bool SpillFolder(std::u16string* folder) {
   return false;
 }
 
+// Folders compare without trailing separators, and without case on Windows.
+std::u16string FolderKey(std::u16string folder) {
+  while (!folder.empty() && (folder.back() == u'\\' || folder.back() == u'/')) folder.pop_back();
+#if defined(_WIN32)
+  for (char16_t& c : folder) {
+    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
+    if (c == u'/') c = u'\\';
+  }
+#endif
+  return folder;
+}
+
+bool EqualsIgnoringAsciiCase(std::u16string_view a, std::u16string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    char16_t x = a[i] >= u'A' && a[i] <= u'Z' ? static_cast<char16_t>(a[i] + 32) : a[i];
+    char16_t y = b[i] >= u'A' && b[i] <= u'Z' ? static_cast<char16_t>(b[i] + 32) : b[i];
+    if (x != y) return false;
+  }
+  return true;
+}
+
 }  // namespace
+
+bool CIPCMsgBuffer::IsSpillFilePath(const std::u16string& path) {
+  std::size_t cut = path.find_last_of(u"\\/");
+  if (cut == std::u16string::npos) return false;
+  std::u16string_view name = std::u16string_view(path).substr(cut + 1);
+  if (name.size() < 7 || !EqualsIgnoringAsciiCase(name.substr(0, 3), u"mst") ||
+      !EqualsIgnoringAsciiCase(name.substr(name.size() - 4), u".tmp") || name.find(u"..") != name.npos) {
+    return false;
+  }
+  const std::u16string folder = FolderKey(path.substr(0, cut));
+  std::u16string candidate;
+  if (plat::ReadServerLocalPath(&candidate) && FolderKey(candidate) == folder) return true;
+  if (plat::UserCacheFolder(&candidate) && FolderKey(candidate) == folder) return true;
+  if (plat::TempFolder(&candidate) && FolderKey(candidate) == folder) return true;
+  return false;
+}
 
 // ---------------------------------------------------------------- exception
 
@@ -124,7 +162,7 @@ bool CIPCMsgBuffer::CreateSpillFile() {
 }
 
 bool CIPCMsgBuffer::OpenSpillForInput(const std::u16string& path) {
-  if (path.empty() || path.size() >= kPathChars) return false;
+  if (path.empty() || path.size() >= kPathChars || !IsSpillFilePath(path)) return false;
   std::memcpy(spillPath_, path.c_str(), (path.size() + 1) * sizeof(char16_t));
   spillStream_ = std::make_unique<std::fstream>(FsPath(path), std::ios::in | std::ios::binary);
   return spillStream_->is_open();
@@ -166,12 +204,13 @@ void CIPCMsgBuffer::Clear() {
   capacity_ = m_dwBytesUsed = m_dwCurPos = previousPos_ = 0;
 }
 
-bool CIPCMsgBuffer::Refill(uint32_t need) {
+bool CIPCMsgBuffer::Refill(uint32_t need, uint32_t required) {
   if (!spillStream_ || spillStream_->eof() || spillStream_->fail()) return false;
   const uint32_t remaining = m_dwBytesUsed - m_dwCurPos;
   // A length that claims more than the file still holds cannot be met:
-  // refuse it before allocating for it.
-  if (uint64_t{need} - remaining > SpillBytesLeft()) return false;
+  // refuse it before allocating for it. (The logging read asks for four
+  // bytes more than it requires.)
+  if (uint64_t{required} - remaining > SpillBytesLeft()) return false;
   uint32_t size = 0;
   if (need - remaining <= m_dwBytesUsed && data_ != nullptr) {
     std::memmove(data_, data_ + m_dwCurPos, remaining);
@@ -251,7 +290,7 @@ const uint8_t* CIPCMsgBuffer::ReadItem(uint32_t* length) {
   previousPos_ = m_dwCurPos;
   m_dwCurPos += 4;
   if (uint64_t{m_dwCurPos} + n > m_dwBytesUsed &&
-      (n > UINT32_MAX - 4 || !Refill(n + 4) || uint64_t{m_dwCurPos} + n > m_dwBytesUsed)) {
+      (n > UINT32_MAX - 4 || !Refill(n + 4, n) || uint64_t{m_dwCurPos} + n > m_dwBytesUsed)) {
     dbg::TraceW(2, kTraceSource, __LINE__,
                 u"CIPCMsgBuffer::operator >>() ==> size error  (m_dwCurPos[%d]+iTotalBytes[%d]) > m_dwBytesUsed[%d]",
                 m_dwCurPos, n, m_dwBytesUsed);

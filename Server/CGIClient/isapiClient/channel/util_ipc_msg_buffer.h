@@ -55,7 +55,11 @@ class CIPCMsgBuffer {
   // appends go to the file. False (and still in memory) when it cannot.
   bool SpillNow();
   // Opens an existing spill file for input; later reads refill from it.
+  // Only a spill file is opened: a path that is not an "mst*.tmp" file in
+  // the server folder, the cache folder or the temporary folder is refused,
+  // since the receiver deletes what it has read.
   bool OpenSpillForInput(const std::u16string& path);
+  static bool IsSpillFilePath(const std::u16string& path);
   // Closes the output stream, keeping the file, and gives the file the
   // access the command-handler service needs. Raises kInvalidBuffer when
   // the file did not take every byte.
@@ -81,8 +85,10 @@ class CIPCMsgBuffer {
   bool DeleteSpillFile() const { return deleteSpillFile_; }
 
  private:
-  // Makes at least `need` unread bytes available from the spill file.
-  bool Refill(uint32_t need);
+  // Makes unread bytes available from the spill file: asks for `need`,
+  // and gives up at once when not even `required` of them can come.
+  bool Refill(uint32_t need, uint32_t required);
+  bool Refill(uint32_t need) { return Refill(need, need); }
   // Bytes the spill stream can still deliver (0 without one).
   uint64_t SpillBytesLeft();
   void EnsureReadable(uint32_t need, int line);

@@ -15,4 +15,9 @@ inline constexpr char16_t kThreatLogPipe[] = u"VgcThreatLogServerNamePipe";
 // stuck on a dead service is a request that cannot be served. It is well
 // under the web servers' own request time-outs, so the client always gets
 // our answer rather than a dropped connection.
-inline constexpr uint32_t kReplyTimeoutMs = 10000;
+inline constexpr uint32_t kDefaultReplyTimeoutMs = 10000;
+
+// The reply time-out in force: kDefaultReplyTimeoutMs unless a test has
+// shortened it to keep its fault cases quick.
+uint32_t ChannelReplyTimeoutMs();
+void SetChannelReplyTimeoutMs(uint32_t ms);

@@ -1,0 +1,222 @@
+#include "test_peer.h"
+
+#include <chrono>
+#include <random>
+
+#include "platform/errors.h"
+#include "platform/pipe.h"
+#include "platform/process.h"
+
+namespace peer {
+
+std::u16string Received::Command() const {
+  if (version2) return message.command;
+  return text.empty() ? std::u16string() : text[0];
+}
+
+std::u16string Received::ReplyPipe() const {
+  if (version2) return message.identifier;
+  return text.size() > 1 ? text[1] : std::u16string();
+}
+
+struct TestPeer::Listener {
+  std::u16string pipe;
+  plat::PipeServerEnd end;
+  bool connected = false;
+  std::thread thread;
+};
+
+TestPeer::TestPeer(std::vector<std::u16string> pipes, uint32_t instancesPerPipe)
+    : pipes_(std::move(pipes)), instancesPerPipe_(instancesPerPipe) {}
+
+TestPeer::~TestPeer() { Stop(); }
+
+std::vector<std::u16string> TestPeer::DefaultPipes() {
+  return {u"Vanta Labs VGCR Command Handler Manager", u"Vanta Labs VGCR Command Handler2 Manager",
+          u"VgcServerNamePipe", u"VgcThreatLogServerNamePipe"};
+}
+
+bool TestPeer::Start() {
+  if (!stop_.Create(nullptr, false)) return false;
+  stopping_ = false;
+  // Every instance is listening before Start returns (Wine turns clients
+  // away until an instance's first connect has started).
+  for (const auto& pipe : pipes_) {
+    for (uint32_t i = 0; i < instancesPerPipe_; ++i) {
+      auto listener = std::make_unique<Listener>();
+      listener->pipe = pipe;
+      if (!listener->end.Create(pipe.c_str(), instancesPerPipe_, 1024, 1024, 1000)) return false;
+      listener->connected = listener->end.Connect();
+      if (!listener->connected && plat::LastError() != plat::kErrorIoPending) return false;
+      listeners_.push_back(std::move(listener));
+    }
+  }
+  for (auto& listener : listeners_) {
+    Listener* l = listener.get();
+    l->thread = std::thread([this, l] { Serve(*l); });
+  }
+  return true;
+}
+
+void TestPeer::Stop() {
+  if (listeners_.empty()) return;
+  stopping_ = true;
+  stop_.Set();
+  for (auto& listener : listeners_) {
+    if (listener->thread.joinable()) listener->thread.join();
+  }
+  listeners_.clear();
+  std::vector<std::thread> answers;
+  {
+    std::lock_guard lock(mutex_);
+    answers.swap(answers_);
+  }
+  for (auto& t : answers) t.join();
+}
+
+namespace {
+
+// Drops the last client and starts listening for the next one.
+void Relisten(plat::PipeServerEnd& end, bool* connected) {
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    end.Disconnect();
+    *connected = end.Connect();
+    if (*connected || plat::LastError() == plat::kErrorIoPending) return;
+    plat::SleepMs(1);  // a client that came and went before the connect
+  }
+}
+
+// Waits for the listener's operation or the stop event: true when the
+// operation can be completed.
+bool WaitReady(plat::PipeServerEnd& end, const plat::Event& stop) {
+  plat::WaitHandle handles[2] = {end.Ready(), stop.Handle()};
+  return plat::WaitForAny(handles, 2, plat::kInfinite) == plat::kWaitObject0;
+}
+
+}  // namespace
+
+void TestPeer::Serve(Listener& l) {
+  while (!stopping_) {
+    if (!l.connected) {
+      bool done = false;
+      while (!done) {
+        if (!WaitReady(l.end, stop_)) return;
+        uint32_t ignored = 0;
+        done = l.end.Result(&ignored, false);
+        if (!done && plat::LastError() != plat::kErrorIoIncomplete) break;
+      }
+      if (!done) {  // a client that came and went
+        Relisten(l.end, &l.connected);
+        continue;
+      }
+    }
+    Received received;
+    received.pipe = l.pipe;
+    for (;;) {
+      uint8_t piece[4096];
+      uint32_t n = 0;
+      bool ok = l.end.Read(piece, sizeof piece, &n);
+      if (!ok && plat::LastError() == plat::kErrorIoPending) {
+        if (!WaitReady(l.end, stop_)) {
+          l.end.Cancel();
+          return;
+        }
+        ok = l.end.Result(&n, false);
+      }
+      if (!ok && plat::LastError() != plat::kErrorMoreData) break;
+      if (received.clientPid == 0) l.end.ClientProcessId(&received.clientPid);
+      received.pieceSizes.push_back(n);
+      received.bytes.insert(received.bytes.end(), piece, piece + n);
+    }
+    Relisten(l.end, &l.connected);
+    if (!received.bytes.empty()) Record(std::move(received));
+  }
+}
+
+void TestPeer::Record(Received received) {
+  received.version2 = IsVersion2(received.bytes);
+  if (received.version2) {
+    received.message = DecodeMessage(received.bytes, deleteSpillFiles_);
+  } else {
+    received.text = DecodeText(received.bytes);
+  }
+  std::lock_guard lock(mutex_);
+  auto script = scripts_.find(received.Command());
+  if (script != scripts_.end() && !stopping_) {
+    Reply reply = script->second;
+    Received copy = received;
+    answers_.emplace_back([this, copy, reply] { Answer(copy, reply); });
+  }
+  received_.push_back(std::move(received));
+  arrived_.notify_all();
+}
+
+void TestPeer::Answer(const Received& received, const Reply& reply) {
+  if (reply.delayMs) {
+    if (stop_.Wait(reply.delayMs) == plat::kWaitObject0) return;
+  }
+  const std::u16string pipe = received.ReplyPipe();
+  switch (reply.kind) {
+    case ReplyKind::kSilence:
+      return;
+    case ReplyKind::kCloseAtOnce:
+      WriteToPipe(pipe, {}, reply.pieceSize);
+      return;
+    case ReplyKind::kGarbage: {
+      std::mt19937 random(static_cast<uint32_t>(received.bytes.size()));
+      Bytes garbage(300);
+      for (auto& b : garbage) b = static_cast<uint8_t>(random());
+      WriteToPipe(pipe, garbage, reply.pieceSize);
+      return;
+    }
+    case ReplyKind::kTruncated: {
+      Bytes bytes = reply.make ? reply.make(received) : reply.bytes;
+      bytes.resize(std::min(bytes.size(), reply.truncateAt));
+      WriteToPipe(pipe, bytes, reply.pieceSize);
+      return;
+    }
+    case ReplyKind::kReply:
+      WriteToPipe(pipe, reply.make ? reply.make(received) : reply.bytes, reply.pieceSize);
+      return;
+  }
+}
+
+void TestPeer::Script(const std::u16string& command, Reply reply) {
+  std::lock_guard lock(mutex_);
+  scripts_[command] = std::move(reply);
+}
+
+std::vector<Received> TestPeer::WaitFor(std::size_t count, uint32_t timeoutMs) {
+  std::unique_lock lock(mutex_);
+  arrived_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return received_.size() >= count; });
+  return received_;
+}
+
+std::vector<Received> TestPeer::All() {
+  std::lock_guard lock(mutex_);
+  return received_;
+}
+
+void TestPeer::Clear() {
+  std::lock_guard lock(mutex_);
+  received_.clear();
+}
+
+bool WriteToPipe(const std::u16string& pipe, const Bytes& bytes, std::size_t pieceSize) {
+  plat::PipeClient client;
+  for (int attempt = 0;; ++attempt) {
+    if (client.Open(pipe.c_str())) break;
+    if (plat::LastError() == plat::kErrorPipeBusy && plat::PipeClient::WaitAvailable(pipe.c_str(), 2000)) continue;
+    if (attempt >= 20) return false;
+    plat::SleepMs(10);
+  }
+  for (std::size_t at = 0; at < bytes.size(); at += pieceSize) {
+    std::size_t n = std::min(pieceSize, bytes.size() - at);
+    uint32_t written = 0;
+    if (!client.Write(bytes.data() + at, static_cast<uint32_t>(n), &written)) return false;
+  }
+  client.Close();
+  return true;
+}
+
+}  // namespace peer

@@ -1,0 +1,187 @@
+#include "channel/ser_MsgSerializer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/text.h"
+#include "server_folder.h"
+#include "wire_format.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes WireOf(CMsgSerializer& message) {
+  message.Finish();
+  return Bytes(message.Buffer().Data(), message.Buffer().Data() + message.GetSize());
+}
+
+void PutU32(Bytes& out, uint32_t v) {
+  for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+void PutWide(Bytes& out, const std::string& ascii) {
+  PutU32(out, static_cast<uint32_t>(2 * (ascii.size() + 1)));
+  for (char c : ascii) {
+    out.push_back(static_cast<uint8_t>(c));
+    out.push_back(0);
+  }
+  out.push_back(0);
+  out.push_back(0);
+}
+
+TEST(MsgSerializer, PrologueIsExactToTheByte) {
+  CMsgSerializer message(u"CMDHLV2_CLN_ON_START", 1, MessageStamp{123456, 4321, 987});
+  EXPECT_EQ(message.Identifier(), u"0105CMDHLV2_CLN_ON_START123456_4321_987");
+  Bytes expected = {0x04, 0, 0, 0, 0x01, 0, 0, 0,                                    // version item
+                    0x10, 0, 0, 0, 0x00, 0xAC, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};  // header item
+  PutWide(expected, "CMDHLV2_CLN_ON_START");
+  PutWide(expected, "0105CMDHLV2_CLN_ON_START123456_4321_987");
+  EXPECT_EQ(WireOf(message), expected);
+  EXPECT_EQ(message.Version(), 1u);
+  EXPECT_EQ(message.Header()[1], 0xAC);
+}
+
+TEST(MsgSerializer, EmptyRecordIsTheFourPrologueItemsAlone) {
+  CMsgSerializer message(u"X");
+  Bytes wire = WireOf(message);
+  std::vector<peer::Bytes> items;
+  std::string error;
+  ASSERT_TRUE(peer::SplitItems(wire.data(), wire.size(), &items, &error)) << error;
+  ASSERT_EQ(items.size(), 4u);
+  EXPECT_EQ(peer::AsWString(items[2]), u"X");
+  EXPECT_EQ(peer::AsWString(items[3]).rfind(u"0105X", 0), 0u);
+}
+
+TEST(MsgSerializer, MissingCommandNameIsWrittenAsNULL) {
+  CMsgSerializer message(nullptr);
+  EXPECT_EQ(message.CommandName(), u"NULL");
+}
+
+TEST(Serializer, FieldKindsHaveTheirLengthWords) {
+  CMsgSerializer message(u"X");
+  const uint32_t start = message.GetSize();
+  ser::WriteWString(message, u"");
+  ser::WriteWString(message, u"ab");
+  ser::WriteString(message, "abc");
+  ser::WriteI32(message, -480);
+  Bytes wire = WireOf(message);
+  Bytes fields(wire.begin() + start, wire.end());
+  Bytes expected = {2, 0, 0, 0, 0, 0,                          // empty wide string: the NUL alone
+                    6, 0, 0, 0, 'a', 0, 'b', 0, 0, 0,          // wide string
+                    4, 0, 0, 0, 'a', 'b', 'c', 0,              // narrow string
+                    4, 0, 0, 0, 0x20, 0xFE, 0xFF, 0xFF};       // -480, two's complement
+  EXPECT_EQ(fields, expected);
+}
+
+TEST(Serializer, ReadAnswersSizeQueriesAndZeroFills) {
+  CMsgSerializer message(u"X");
+  ser::WriteBlock(message, "abcdef", 6);
+  uint32_t size = 0;
+  EXPECT_FALSE(message.Read(nullptr, &size));
+  EXPECT_EQ(size, 6u);
+  char small[4];
+  size = 4;
+  EXPECT_FALSE(message.Read(small, &size)) << "too small is a size query";
+  EXPECT_EQ(size, 6u);
+  char large[10];
+  std::memset(large, '#', sizeof large);
+  size = 10;
+  EXPECT_TRUE(message.Read(large, &size));
+  EXPECT_EQ(std::string(large, 10), std::string("abcdef\0\0\0\0", 10));
+  EXPECT_FALSE(message.Read(large, nullptr));
+}
+
+TEST(Serializer, RecordsStreamThroughTheirOwnOperations) {
+  struct Pair : ISerializable {
+    uint32_t number = 0;
+    std::u16string name;
+    bool Serialize(ISerializer& s) override { return ser::WriteU32(s, number) && ser::WriteWString(s, name); }
+    bool Deserialize(ISerializer& s) override { return ser::ReadU32(s, &number) && ser::ReadWString(s, &name); }
+  };
+  Pair out;
+  out.number = 4464;
+  out.name = u"caf\u00E9";
+  CMsgSerializer sender(u"PAIR");
+  sender << out;
+  Bytes wire = WireOf(sender);
+
+  CMsgSerializer receiver;
+  ASSERT_TRUE(receiver.Load(wire.data(), static_cast<uint32_t>(wire.size())));
+  EXPECT_EQ(receiver.CommandName(), u"PAIR");
+  EXPECT_EQ(receiver.Identifier(), sender.Identifier());
+  Pair in;
+  receiver >> in;
+  EXPECT_EQ(in.number, 4464u);
+  EXPECT_EQ(in.name, u"caf\u00E9");
+}
+
+TEST(Serializer, HeaderItemLongerThan16BytesIsNotTakenAsTheHeader) {
+  peer::Builder builder;
+  builder.U32(1).Block(peer::Bytes(20, 0x7F)).WString(u"CMD").WString(u"0105CMD1_2_3").U32(9);
+  CMsgSerializer receiver;
+  ASSERT_TRUE(receiver.Load(builder.bytes().data(), static_cast<uint32_t>(builder.bytes().size())));
+  for (int i = 0; i < 16; ++i) EXPECT_NE(receiver.Header()[i], 0x7F) << i;
+  EXPECT_EQ(receiver.CommandName(), u"CMD");
+  uint32_t value = 0;
+  EXPECT_TRUE(ser::ReadU32(receiver, &value));
+  EXPECT_EQ(value, 9u);
+}
+
+TEST(Serializer, MessagesTooShortForTheirPrologueRaise) {
+  const peer::Bytes cases[] = {
+      {},
+      {4, 0, 0, 0, 1, 0},
+      peer::Builder().U32(1).Block(peer::Bytes(16, 0)).bytes(),
+      peer::Builder().U32(1).Block(peer::Bytes(16, 0)).WString(u"CMD").Raw({200, 0, 0, 0, 'x'}).bytes(),
+  };
+  for (const auto& bytes : cases) {
+    CMsgSerializer receiver;
+    EXPECT_THROW(receiver.Load(bytes.data(), static_cast<uint32_t>(bytes.size())), CIPCMsgBufferException)
+        << bytes.size();
+  }
+}
+
+TEST(Serializer, FileBackedMessageCarriesItsPathAndFlag) {
+  ScopedServerFolder folder;
+  CMsgSerializer message(u"CMDHLV2_SET_VIRUS_LOG", 2);
+  ser::WriteWString(message, u"in the file");
+  ser::WriteU32(message, 77);
+  Bytes wire = WireOf(message);
+  std::vector<peer::Bytes> items;
+  std::string error;
+  ASSERT_TRUE(peer::SplitItems(wire.data(), wire.size(), &items, &error)) << error;
+  ASSERT_EQ(items.size(), 5u) << "prologue and the path";
+  EXPECT_EQ(items[1][4], 0x02) << "bit 1 of header byte 4";
+  EXPECT_EQ(items[1][1], 0xAC);
+  EXPECT_EQ(peer::AsWString(items[4]), message.FilePath());
+  message.HandOverSpillFile();
+
+  peer::Message decoded = peer::DecodeMessage(wire, true);
+  ASSERT_TRUE(decoded.ok) << decoded.error;
+  EXPECT_TRUE(decoded.fileBacked);
+  ASSERT_EQ(decoded.fields.size(), 2u);
+  EXPECT_EQ(peer::AsWString(decoded.fields[0]), u"in the file");
+  EXPECT_EQ(peer::AsU32(decoded.fields[1]), 77u);
+}
+
+TEST(Serializer, AFileBackedMessageNamingAnyOtherFileIsRefused) {
+  ScopedServerFolder folder;
+  // A message that claims its body is in a file outside the spill folders
+  // (or not a spill file) must not make the receiver read or delete it.
+  const std::u16string victim = folder.path() + u"/../precious.txt";
+  for (const std::u16string& path : {victim, folder.path() + u"/notmine.tmp", std::u16string(u"relative.tmp")}) {
+    peer::Bytes header(16, 0);
+    header[1] = 0xAC;
+    header[4] = 0x02;
+    peer::Builder builder;
+    builder.U32(1).Block(header).WString(u"CMD").WString(u"0105CMD1_2_3").WString(path);
+    CMsgSerializer receiver;
+    EXPECT_FALSE(receiver.Load(builder.bytes().data(), static_cast<uint32_t>(builder.bytes().size())))
+        << plat::ToUtf8(path);
+  }
+}
+
+}  // namespace
