@@ -20,6 +20,14 @@ if(VGCR_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+option(VGCR_LIBFUZZER "Build fuzz targets with libFuzzer (clang only)" OFF)
+if(VGCR_LIBFUZZER)
+  # Coverage for libFuzzer in every library the targets link; another
+  # compiler's warnings do not stop a fuzzing build.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -Wno-error)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
 function(vgcr_target_defaults target)
   target_compile_options(${target} PRIVATE ${VGCR_WARNINGS})
   target_compile_definitions(${target} PRIVATE ${VGCR_PLATFORM_DEFINES})

@@ -140,14 +140,29 @@ void TestPeer::Record(Received received) {
   } else {
     received.text = DecodeText(received.bytes);
   }
-  std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   auto script = scripts_.find(received.Command());
+  // An immediate answer is given on this thread, as a service would.
+  if (script != scripts_.end() && !stopping_ && script->second.delayMs == 0) {
+    Reply reply = script->second;
+    if (keepRecords_) received_.push_back(received);
+    arrived_.notify_all();
+    lock.unlock();
+    Answer(received, reply);
+    return;
+  }
+  // Earlier answer threads are joined now and then, so a long run does not
+  // gather them.
+  if (answers_.size() > 64) {
+    for (auto& t : answers_) t.join();
+    answers_.clear();
+  }
   if (script != scripts_.end() && !stopping_) {
     Reply reply = script->second;
     Received copy = received;
     answers_.emplace_back([this, copy, reply] { Answer(copy, reply); });
   }
-  received_.push_back(std::move(received));
+  if (keepRecords_) received_.push_back(std::move(received));
   arrived_.notify_all();
 }
 

@@ -63,6 +63,8 @@ class TestPeer {
   // Whether file-backed messages' files are deleted once read (as the
   // service does); on by default.
   void SetDeleteSpillFiles(bool value) { deleteSpillFiles_ = value; }
+  // Whether requests are kept for WaitFor/All (benchmarks turn it off).
+  void SetKeepRecords(bool value) { keepRecords_ = value; }
 
   // Waits until `count` requests have arrived (or the time is up).
   std::vector<Received> WaitFor(std::size_t count, uint32_t timeoutMs = 5000);
@@ -81,6 +83,7 @@ class TestPeer {
   plat::Event stop_;
   std::atomic<bool> stopping_{false};
   std::atomic<bool> deleteSpillFiles_{true};
+  std::atomic<bool> keepRecords_{true};
 
   std::mutex mutex_;
   std::condition_variable arrived_;

@@ -1,0 +1,92 @@
+#include "channel/pipe_Server.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "channel/pipe_Client.h"
+#include "platform/errors.h"
+#include "platform/process.h"
+#include "support/str_Format.h"
+#include "test_support.h"
+#include "trace_sink.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+TEST(PipeServer, ABusyNameIsRetriedFiveTimesThenGivenUp) {
+  const std::u16string name = plat::testing::UniqueName("vgcr busy reply");
+  plat::PipeServerEnd holder;
+  ASSERT_TRUE(holder.Create(name.c_str(), 1, 1024, 1024, 1000));
+  TraceCapture capture;
+  CPipeServer server;
+  auto start = Clock::now();
+  EXPECT_FALSE(server.Initial(name.c_str()));
+  auto elapsed = Clock::now() - start;
+  EXPECT_GE(elapsed, std::chrono::milliseconds(450));
+  EXPECT_LT(elapsed, std::chrono::milliseconds(3000));
+  EXPECT_EQ(capture.Count("[CPipeServer::Initial] Retry 5 times. Still Failed!"), 1);
+}
+
+TEST(PipeServer, TheLocalEventEndsAWaitWithSuccessButNoData) {
+  const std::u16string name = plat::testing::UniqueName("vgcr local event");
+  CPipeServer server;
+  ASSERT_TRUE(server.Initial(name.c_str()));
+  const uint32_t waiter = plat::CurrentThreadId();
+  std::thread setter([waiter] {
+    plat::SleepMs(50);
+    char16_t eventName[64];
+    fmt16::Format(eventName, 64, u"PIPE_OBJ_LOCAL_EVENT_%u", waiter);
+    plat::Event event;
+    if (event.Open(eventName)) event.Set();
+  });
+  char buffer[16];
+  uint32_t length = 16;
+  EXPECT_EQ(server.Recv(buffer, &length, nullptr), 1);
+  EXPECT_TRUE(server.ExtraSignalled());
+  EXPECT_EQ(length, 16u) << "the length is left alone: nothing was read";
+  setter.join();
+}
+
+TEST(PipeServer, ATimerBoundsTheWaitForAClient) {
+  const std::u16string name = plat::testing::UniqueName("vgcr timer");
+  CPipeServer server(200);
+  ASSERT_TRUE(server.Initial(name.c_str()));
+  char buffer[16];
+  uint32_t length = 16;
+  auto start = Clock::now();
+  EXPECT_EQ(server.Recv(buffer, &length, nullptr), 1);
+  EXPECT_TRUE(server.ExtraSignalled());
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
+}
+
+TEST(PipeServer, ReadsAMessageAndNamesTheClientProcess) {
+  const std::u16string name = plat::testing::UniqueName("vgcr recv");
+  CPipeServer server(5000);
+  ASSERT_TRUE(server.Initial(name.c_str()));
+  TraceCapture capture;
+  std::thread writer([&name] {
+    CPipeClient client;
+    if (!client.Open(name.c_str())) return;
+    uint32_t length = 5;
+    client.Send("hello", &length);
+    client.Close();
+  });
+  char buffer[16];
+  uint32_t length = 16;
+  uint32_t pid = 0;
+  EXPECT_EQ(server.Recv(buffer, &length, &pid), 1);
+  EXPECT_FALSE(server.ExtraSignalled());
+  EXPECT_EQ(std::string(buffer, length), "hello");
+  EXPECT_EQ(pid, plat::CurrentProcessId());
+  EXPECT_EQ(capture.Count("CPipeServer::Recv - The connected pipe client PID [" +
+                          std::to_string(plat::CurrentProcessId()) + "]"),
+            1);
+  writer.join();
+  length = 16;
+  EXPECT_EQ(server.Recv(buffer, &length, nullptr), 0) << "the client's close ends the reply";
+}
+
+}  // namespace
