@@ -122,4 +122,15 @@ bool ReadString(ISerializer& s, std::string* text) {
 
 bool ReadBlock(ISerializer& s, void* data, uint32_t size) { return s.Read(data, &size); }
 
+bool ReadBytes(ISerializer& s, std::vector<uint8_t>* bytes) {
+  RefuseImpossibleLength(s);
+  uint32_t size = 0;
+  s.Read(nullptr, &size);
+  bytes->assign(size + 1, 0);  // room for one byte even when the item is empty
+  uint32_t room = size + 1;
+  if (!s.Read(bytes->data(), &room)) return false;
+  bytes->resize(size);
+  return true;
+}
+
 }  // namespace ser

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "util_ipc_msg_buffer.h"
 
@@ -77,5 +78,7 @@ bool ReadWString(ISerializer& s, std::u16string* text);
 bool ReadString(ISerializer& s, std::string* text);
 // A fixed block: exactly size bytes expected; a shorter item is zero-filled.
 bool ReadBlock(ISerializer& s, void* data, uint32_t size);
+// A block of whatever length the item has.
+bool ReadBytes(ISerializer& s, std::vector<uint8_t>* bytes);
 
 }  // namespace ser

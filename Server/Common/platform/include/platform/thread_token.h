@@ -9,4 +9,14 @@ bool SetThreadToken(void* token);
 // RevertToSelf().
 bool RevertToSelf();
 
+// A request must never run on under its caller's token: when reverting
+// fails, the process raises an access violation (0xC0000005) on purpose.
+[[noreturn]] void RaiseAccessViolation();
+
+// A real impersonation token of the current user, as a web server hands to
+// an extension (DuplicateToken at SecurityImpersonation); a dummy value on
+// POSIX. Close it with CloseImpersonationToken.
+void* CreateImpersonationToken();
+void CloseImpersonationToken(void* token);
+
 }  // namespace plat

@@ -1,0 +1,146 @@
+// The body of every request, run by a pool worker.
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "ext_Extension.h"
+#include "fw_HttpRequest.h"
+#include "fw_HttpResponse.h"
+#include "isapi_Routes.h"
+#include "platform/codepage.h"
+#include "platform/errors.h"
+#include "platform/process.h"
+#include "platform/thread_token.h"
+#include "rsp_Reply.h"
+#include "support/dbg_Trace.h"
+#include "support/mbwc_MBWC.h"
+#include "support/utf_Converter.h"
+
+namespace {
+
+constexpr char16_t kTraceSource[] = u".\\isapi_Client";
+constexpr char16_t kDispatch[] = u"CisapiClientExtension::DispatchStencilCall";
+
+constexpr int32_t kResultHandled = 1;
+constexpr int32_t kResultBackOff = -49;
+constexpr int32_t kResultNoRequestId = -1;
+constexpr int32_t kResultUnknownRequestId = -2;
+constexpr int32_t kResultOverMemory = -38;
+
+// Method numbers, by name, in this order; -1 for any other.
+int MethodNumber(const char* method) {
+  static const char* const kMethods[] = {"GET", "POST", "HEAD", "DELETE", "LINK", "UNLINK", "DEBUG"};
+  for (int i = 0; i < 7; ++i) {
+    if (std::strcmp(method, kMethods[i]) == 0) return i;
+  }
+  return -1;
+}
+
+// GET: the query string is read as UTF-8 into UTF-16, then converted to the
+// ANSI code page, and only then parsed, so percent escapes are undone after
+// the UTF-8 step.
+void ReadQueryParameters(CHttpRequest& request) {
+  std::unique_ptr<char16_t[]> decoded = UTFConverter::decodeUTF(request.QueryString());
+  std::string narrow;
+  if (!decoded) {
+    VGCR_TRACE(87, u"[CisapiClientExtension::DispatchStencilCall] Can't get wpszDecodeQueryString from "
+                   u"UTFConverter::decodeUTF()");
+  } else if (decoded[0] != u'\0') {
+    MBWC::WCToMBString(decoded.get(), &narrow, plat::kCpAcp, 0);
+  }
+  request.Params().Parse(narrow);
+}
+
+// POST: the whole body, as received, parsed without the UTF-8 step. A read
+// that delivers nothing ends the body where it got to.
+void ReadBodyParameters(CHttpRequest& request) {
+  const uint32_t total = request.TotalBytes();
+  std::unique_ptr<char[]> body(new (std::nothrow) char[static_cast<std::size_t>(total) + 1]);
+  uint32_t have = 0;
+  if (!body) {
+    VGCR_TRACE(69, u"%s - CHeapPtr::AllocateBytes failed to allocate memory.", kDispatch);
+  } else {
+    have = request.AvailableBytes() < total ? request.AvailableBytes() : total;
+    if (have) std::memcpy(body.get(), request.AvailableData(), have);
+    while (have < total) {
+      uint32_t size = total - have;
+      if (!request.ReadClient(body.get() + have, &size)) {
+        VGCR_TRACE(69, u"%s - CHttpRequest::ReadClient failed with Windows error code:[%d].", kDispatch,
+                   plat::LastError());
+        have = 0;
+        break;
+      }
+      if (size == 0) break;
+      have += size;
+    }
+  }
+  VGCR_TRACE(68, u"[CisapiClientExtension::DispatchStencilCall] Size: %d", have);
+  if (body) request.Params().Parse(body.get(), have);
+}
+
+// Writes the signed code reply; 503 when it cannot be signed.
+void WriteErrorReply(CHttpRequest& request, CHttpResponse& response, int32_t result) {
+  if (!WriteCodeReply(request.Params(), response, result)) response.CompleteWithError(503);
+}
+
+}  // namespace
+
+int32_t CisapiClientExtension::Route(CHttpRequest& request, CHttpResponse& response) {
+  const std::string* text = request.Params().Lookup("requestid");
+  if (text == nullptr) return kResultNoRequestId;
+  const auto requestId = static_cast<int32_t>(std::strtol(text->c_str(), nullptr, 10));
+  VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] nRequestID: %d", requestId);
+  if (requestId > kUploadRequestId) return kResultUnknownRequestId;
+  if (requestId == kUploadRequestId) {
+    uint32_t diskStatus = 1700;
+    CheckDiskThreshold(guards_, tick_ ? tick_ : plat::TickCount, &diskStatus);
+    return kUploadHandler ? kUploadHandler(request.Params(), response, request, diskStatus)
+                          : kResultUnknownRequestId;
+  }
+  const ::Route* route = FindRoute(requestId);
+  if (route == nullptr || route->handler == nullptr) return kResultUnknownRequestId;
+  return route->handler(request.Params(), response);
+}
+
+void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
+  VGCR_TRACE(8, u"==> [CisapiClientExtension::DispatchStencilCall]");
+  // The adapter's own request is synchronous: it ends with its event, not
+  // with HSE_REQ_DONE_WITH_SESSION.
+  const bool asynchronous = !(ecb->lpszPathTranslated &&
+                              std::strncmp(ecb->lpszPathTranslated, kAdapterEventPrefix,
+                                           std::strlen(kAdapterEventPrefix)) == 0);
+  {
+    CHttpRequest request;
+    CHttpResponse response(ecb);
+    response.SetStatusCode(200);
+    if (!request.Initialize(ecb, CHttpRequest::kMaxFormSize)) {
+      response.CompleteWithError(500);
+    } else if (!adapterModeSeen_.load() && !plat::SetThreadToken(request.ImpersonationToken())) {
+      response.CompleteWithError(500, 24);
+    } else {
+      if (!adapterModeSeen_.load() && !plat::RevertToSelf()) plat::RaiseAccessViolation();
+      if (CheckMemoryThreshold(guards_, tick_ ? tick_ : plat::TickCount)) {
+        VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] Server is over memory usage threshold, return %d",
+                   kResultOverMemory);
+        WriteErrorReply(request, response, kResultOverMemory);
+      } else {
+        const int method = MethodNumber(request.Method());
+        VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] HttpMethod: %d", method);
+        if (method == 0) ReadQueryParameters(request);
+        if (method == 1) ReadBodyParameters(request);
+        const int32_t result = Route(request, response);
+        if (result == kResultBackOff) {
+          response.CompleteWithError(503);
+        } else if (result != kResultHandled) {
+          VGCR_TRACE(69, u"<== [CisapiClientExtension::DispatchStencilCall] Leave with error(%d)", result);
+          WriteErrorReply(request, response, result);
+        }
+      }
+    }
+    response.Flush();
+  }
+  if (asynchronous) DoneWithSession(ecb);
+  SignalAdapterEvent(ecb);
+}

@@ -1,0 +1,128 @@
+#include "rsp_Reply.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "channel/cmdal2_OutputCmd.h"
+#include "channel/ser_MsgSerializer.h"
+#include "platform/codepage.h"
+#include "platform/process.h"
+#include "rsp_SignRecords.h"
+#include "support/dbg_Trace.h"
+#include "support/mbwc_MBWC.h"
+#include "support/str_Format.h"
+
+namespace {
+
+constexpr char16_t kTraceSource[] = u".\\isapi_Client";
+constexpr char16_t kAppendHTTPSign[] = u"AppendHTTPSign";
+
+constexpr uint32_t kIssuerLimit = 1024;
+constexpr uint32_t kSerialLimit = 40;
+constexpr uint32_t kClientNumberLimit = 32;
+
+bool WriteSigned(const RequestParams& params, CHttpResponse& response, const char* body, std::size_t length) {
+  if (!AppendHTTPSign(params, response, body, static_cast<uint32_t>(length))) return false;
+  response.SetHeader("Content-Type", "application/octet-stream");
+  response.Write(body, length);
+  return response.Flush();
+}
+
+// The removal record: 128 bytes, zeroed; event (u32) at 0, uid (UTF-16, 37
+// units) at 4, release (UTF-16, 8 units) at 78.
+struct RemovalRecord : ISerializable {
+  uint8_t block[128] = {};
+  bool Serialize(ISerializer& s) override { return ser::WriteBlock(s, block, sizeof block); }
+  bool Deserialize(ISerializer& s) override { return ser::ReadBlock(s, block, sizeof block); }
+};
+
+void PutUnits(uint8_t* at, std::size_t units, const char16_t* text) {
+  for (std::size_t i = 0; text && text[i] && i + 1 < units; ++i) {
+    at[2 * i] = static_cast<uint8_t>(text[i]);
+    at[2 * i + 1] = static_cast<uint8_t>(text[i] >> 8);
+  }
+}
+
+}  // namespace
+
+bool WriteCodeReply(const RequestParams& params, CHttpResponse& response, int32_t code) {
+  char body[260] = {};
+  std::size_t n = fmt16::Format(body, sizeof body, "%d", code);
+  return WriteSigned(params, response, body, n);
+}
+
+bool WriteCodeAndTimeReplyAt(const RequestParams& params, CHttpResponse& response, int32_t code, int64_t unixTime) {
+  char body[260] = {};
+  std::size_t n = fmt16::Format(body, sizeof body, "%d\n%.10d", code, static_cast<int32_t>(unixTime));
+  return WriteSigned(params, response, body, n);
+}
+
+bool WriteCodeAndTimeReply(const RequestParams& params, CHttpResponse& response, int32_t code) {
+  return WriteCodeAndTimeReplyAt(params, response, code, plat::UnixTime());
+}
+
+bool WriteTextReply(const RequestParams& params, CHttpResponse& response, const char* text, std::size_t length) {
+  return WriteSigned(params, response, text ? text : "", text ? length : 0);
+}
+
+bool WriteWideTextReply(const RequestParams& params, CHttpResponse& response, const char16_t* text) {
+  std::string narrow;
+  if (text && *text && !MBWC::WCToMBString(text, &narrow, plat::kCpAcp, 0)) return false;
+  return WriteSigned(params, response, narrow.data(), narrow.size());
+}
+
+bool AppendHTTPSign(const RequestParams& params, CHttpResponse& response, const char* body, uint32_t length) {
+  VGCR_TRACE(68, u"%s - >>", kAppendHTTPSign);
+  tagSASignData request;
+  if (!params.GetString("SA_ISR", &request.certificate.issuer, kIssuerLimit) ||
+      !params.GetString("SA_SN", &request.certificate.serial, kSerialLimit)) {
+    VGCR_TRACE(68, u"%s - No cert info", kAppendHTTPSign);
+    return true;
+  }
+  std::string number;
+  if (params.GetStringA("SA_RN", &number, kClientNumberLimit)) {
+    request.clientNumber = static_cast<int32_t>(std::strtol(number.c_str(), nullptr, 10));
+  }
+  request.reply.assign(body, body + length);
+
+  CMsgSerializer message(u"CMDHSAV2_DATA", 1);
+  tagSASignDataRet answer;
+  bool sent = false;
+  try {
+    message << request;
+    sent = cmdal2_SendAndRecvHandler2(message, message.Identifier().c_str()) && answer.Deserialize(message);
+  } catch (const CIPCMsgBufferException&) {
+    sent = false;
+  }
+  if (!sent) {
+    VGCR_TRACE(69, u"%s - Fail to send command", kAppendHTTPSign);
+    return false;
+  }
+  bool result = true;
+  if (answer.result < 0) {
+    VGCR_TRACE(69, u"%s - Fail to process command, error (%d)", kAppendHTTPSign, answer.result);
+    result = answer.result == kSignCertificateNotOurs;
+  } else {
+    std::string signature;
+    MBWC::WCToMBString(answer.signature.c_str(), &signature, plat::kCpAcp, 0);
+    response.SetHeader("SA_SG", signature.c_str());
+    response.SetHeader("SA_NEW", answer.flag ? "0" : "1");
+  }
+  VGCR_TRACE(68, u"%s - <<, Ret(%d)", kAppendHTTPSign, result ? 1 : 0);
+  return result;
+}
+
+bool RemoveConfigRecord(const char16_t* uid, uint32_t event, const char16_t* release) {
+  VGCR_TRACE(8, u"[RemoveConfigRecord] remove uid = %s, event = %ld", uid ? uid : u"", event);
+  RemovalRecord record;
+  std::memcpy(record.block, &event, 4);
+  PutUnits(record.block + 4, 37, uid);
+  PutUnits(record.block + 78, 8, release);
+  try {
+    CMsgSerializer message(u"CMDHLV2_CLN_REMOVE_CONFIG_REC", 1);
+    message << record;
+    return cmdal2_Send(message);
+  } catch (const CIPCMsgBufferException&) {
+    return false;
+  }
+}
