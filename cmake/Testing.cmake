@@ -21,13 +21,20 @@ endif()
 # Natively every test case becomes its own ctest entry; under Wine one entry
 # per program keeps the number of Wine start-ups small.
 function(vgcr_add_gtest name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LOCKS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   vgcr_target_defaults(${name})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
+  # LOCKS: machine-wide names the program uses (pipe names on Windows,
+  # shared-memory records), so that ctest never runs two users at once.
   if(CMAKE_CROSSCOMPILING)
     add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES TIMEOUT 180)
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+    if(ARG_LOCKS)
+      set_tests_properties(${name} PROPERTIES RESOURCE_LOCK "${ARG_LOCKS}")
+    endif()
+  elseif(ARG_LOCKS)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 RESOURCE_LOCK "${ARG_LOCKS}")
   else()
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
   endif()

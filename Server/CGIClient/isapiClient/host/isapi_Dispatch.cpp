@@ -107,7 +107,8 @@ int32_t CisapiClientExtension::Route(CHttpRequest& request, CHttpResponse& respo
 void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
   VGCR_TRACE(8, u"==> [CisapiClientExtension::DispatchStencilCall]");
   // The adapter's own request is synchronous: it ends with its event, not
-  // with HSE_REQ_DONE_WITH_SESSION.
+  // with HSE_REQ_DONE_WITH_SESSION. (An asynchronous request never carries
+  // the event prefix, so the hand-shake would do nothing for it anyway.)
   const bool asynchronous = !(ecb->lpszPathTranslated &&
                               std::strncmp(ecb->lpszPathTranslated, kAdapterEventPrefix,
                                            std::strlen(kAdapterEventPrefix)) == 0);
@@ -141,6 +142,11 @@ void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
     }
     response.Flush();
   }
-  if (asynchronous) DoneWithSession(ecb);
-  SignalAdapterEvent(ecb);
+  // The last touch of the control block either way: once the host has it
+  // back it may reuse it for its next request.
+  if (asynchronous) {
+    DoneWithSession(ecb);
+  } else {
+    SignalAdapterEvent(ecb);
+  }
 }

@@ -1,0 +1,245 @@
+// Requests through the extension's real entry points, in IIS and adapter
+// mode, from a web server in this process.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "channel_fixture.h"
+#include "guard_record.h"
+#include "host/ext_Extension.h"
+#include "host/grd_Guards.h"
+#include "host/isapi_Routes.h"
+#include "host/rsp_SignRecords.h"
+#include "inprocess_host.h"
+#include "platform/event.h"
+#include "platform/process.h"
+#include "trace_sink.h"
+
+namespace {
+
+using isapi::Request;
+using isapi::Response;
+
+class Dispatch : public WithServicePeer {
+ protected:
+  static void SetUpTestSuite() {
+    HSE_VERSION_INFO version{};
+    ASSERT_TRUE(LinkedEntryPoints().getExtensionVersion(&version));
+  }
+  static void TearDownTestSuite() { LinkedEntryPoints().terminateExtension(HSE_TERM_MUST_UNLOAD); }
+
+  Response Send(Request request, DWORD* status = nullptr) { return host_.Send(std::move(request), status); }
+
+  InProcessHost host_{LinkedEntryPoints()};
+};
+
+struct ReplyCase {
+  const char* label;
+  const char* method;
+  const char* query;
+  const char* body;
+  const char* reply;
+};
+
+const ReplyCase kReplyCases[] = {
+    {"no_requestid", "GET", "uid=1", "", "-1"},
+    {"unknown_206", "GET", "requestid=206", "", "-2"},
+    {"zero", "GET", "requestid=0", "", "-2"},
+    {"letters_convert_to_zero", "GET", "requestid=abc", "", "-2"},
+    {"above_501", "GET", "requestid=502", "", "-2"},
+    {"upload_without_its_handler", "GET", "requestid=501", "", "-2"},
+    {"head_reads_nothing", "HEAD", "requestid=206", "", "-1"},
+    {"post_body", "POST", "", "requestid=206&x=1", "-2"},
+    {"post_ignores_the_query", "POST", "requestid=206", "x=1", "-1"},
+    {"case_blind_name", "GET", "RequestID=206", "", "-2"},
+    {"escaped_value", "GET", "requestid=%32%30%36", "", "-2"},
+    {"invalid_utf8_query_parses_nothing", "GET", "requestid=206&x=\xF0\x9F\x98\x80", "", "-1"},
+};
+
+class DispatchReplies : public Dispatch, public ::testing::WithParamInterface<ReplyCase> {};
+
+TEST_P(DispatchReplies, AnswerTheErrorCodeSignedAsOctetStream) {
+  const ReplyCase& c = GetParam();
+  for (bool adapter : {false, true}) {
+    Request request = std::string(c.method) == "POST" ? InProcessHost::Post(c.body, adapter)
+                                                       : InProcessHost::Get(c.query, adapter);
+    request.method = c.method;
+    request.queryString = c.query;
+    DWORD status = 0;
+    Response response = Send(request, &status);
+    EXPECT_EQ(status, adapter ? DWORD{HSE_STATUS_SUCCESS} : DWORD{HSE_STATUS_PENDING});
+    EXPECT_TRUE(response.done);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, c.reply) << (adapter ? "adapter" : "IIS");
+    EXPECT_EQ(response.Header("Content-Type"), "application/octet-stream");
+    EXPECT_FALSE(response.HasHeader("SA_SG"));
+  }
+}
+
+void PrintTo(const ReplyCase& c, std::ostream* os) { *os << c.label; }
+
+INSTANTIATE_TEST_SUITE_P(Table, DispatchReplies, ::testing::ValuesIn(kReplyCases),
+                         [](const auto& param_info) { return std::string(param_info.param.label); });
+
+TEST_F(Dispatch, APostBodyCutShortIsParsedAsFarAsItCame) {
+  Request request = InProcessHost::Post("requestid=206&rest=");
+  request.announcedLength = 500;  // the client promised more than it sent
+  request.preload = 4;            // and most of it comes through ReadClient
+  Response response = Send(request);
+  EXPECT_EQ(response.body, "-2");
+}
+
+uint32_t g_fakeTick = 0;
+uint32_t FakeTick() { return g_fakeTick; }
+
+TEST_F(Dispatch, TheMemoryGuardAnswersMinus38UntilTheRecordSaysZero) {
+  GuardRecord record(kMemThresholdRecord);
+  ASSERT_TRUE(record.ok());
+  record.Set(1, 1, 1);
+  // Far past the last read, so the next request reads the record.
+  g_fakeTick = plat::TickCount() + 3600000;
+  TheExtension().SetTickSource(FakeTick);
+  TraceCapture capture;
+  EXPECT_EQ(Send(InProcessHost::Get("requestid=206")).body, "-38");
+  EXPECT_EQ(Send(InProcessHost::Get("requestid=206", true)).body, "-38");
+  EXPECT_GE(capture.Count("Server is over memory usage threshold, return -38"), 2);
+  record.Set(0, 1, 1);
+  EXPECT_EQ(Send(InProcessHost::Get("requestid=206")).body, "-2");
+  TheExtension().SetTickSource(nullptr);
+}
+
+peer::Reply SignReply(int32_t result, const std::u16string& signature, uint32_t flag) {
+  peer::Reply reply;
+  reply.make = [=](const peer::Received& r) {
+    return peer::Builder()
+        .Prologue(r.message.command, r.message.identifier)
+        .I32(result)
+        .WString(signature)
+        .U32(flag)
+        .bytes();
+  };
+  return reply;
+}
+
+constexpr char kSigned[] = "requestid=206&SA_ISR=CN%3DVigilcrest%20Test&SA_SN=0A1B&SA_RN=77";
+
+TEST_F(Dispatch, SignedRepliesCarryTheSignatureHeaders) {
+  peer_.Script(u"CMDHSAV2_DATA", SignReply(0, u"c2lnbmF0dXJl", 0));
+  Response response = Send(InProcessHost::Get(kSigned));
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body, "-2");
+  EXPECT_EQ(response.Header("SA_SG"), "c2lnbmF0dXJl");
+  EXPECT_EQ(response.Header("SA_NEW"), "1") << "flag clear: the client should fetch a new certificate";
+
+  auto received = peer_.WaitFor(1);
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(received[0].pipe, u"Vanta Labs VGCR Command Handler2 Manager");
+  const auto& fields = received[0].message.fields;
+  ASSERT_EQ(fields.size(), 4u);
+  EXPECT_EQ(peer::AsWString(fields[0]), u"CN=Vigilcrest Test");
+  EXPECT_EQ(peer::AsWString(fields[1]), u"0A1B");
+  EXPECT_EQ(static_cast<int32_t>(peer::AsU32(fields[2])), 77);
+  EXPECT_EQ(std::string(fields[3].begin(), fields[3].end()), "-2") << "the reply bytes, unchanged";
+
+  peer_.Script(u"CMDHSAV2_DATA", SignReply(0, u"c2ln", 1));
+  EXPECT_EQ(Send(InProcessHost::Get(kSigned)).Header("SA_NEW"), "0");
+}
+
+TEST_F(Dispatch, NotOurCertificateGoesOutUnsigned) {
+  peer_.Script(u"CMDHSAV2_DATA", SignReply(kSignCertificateNotOurs, u"", 0));
+  Response response = Send(InProcessHost::Get(kSigned));
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body, "-2");
+  EXPECT_FALSE(response.HasHeader("SA_SG"));
+  EXPECT_FALSE(response.HasHeader("SA_NEW"));
+}
+
+TEST_F(Dispatch, AFailedSignatureIs503) {
+  peer_.Script(u"CMDHSAV2_DATA", SignReply(-1, u"", 0));
+  EXPECT_EQ(Send(InProcessHost::Get(kSigned)).status, 503);
+  peer::Reply silent;
+  silent.kind = peer::ReplyKind::kSilence;
+  peer_.Script(u"CMDHSAV2_DATA", silent);
+  Response response = Send(InProcessHost::Get(kSigned, true));
+  EXPECT_EQ(response.status, 503) << "a silent signing service, bounded by the reply time-out";
+}
+
+TEST_F(Dispatch, CertificateParametersOverTheirLimitsLeaveTheReplyUnsigned) {
+  Response response = Send(InProcessHost::Get("requestid=206&SA_ISR=x&SA_SN=" + std::string(41, '1')));
+  EXPECT_EQ(response.body, "-2");
+  EXPECT_FALSE(response.HasHeader("SA_SG"));
+  EXPECT_TRUE(peer_.All().empty()) << "no signing request";
+}
+
+// One mode at a time: the adapter mode is one value for the whole process,
+// so a server mixing both modes at once is not supported (by design).
+TEST_F(Dispatch, ConcurrentRequestsInEachMode) {
+  for (bool adapter : {false, true}) {
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+      threads.emplace_back([&] {
+        InProcessHost host(LinkedEntryPoints());
+        for (int i = 0; i < 10; ++i) {
+          Response response = host.Send(InProcessHost::Get(i % 2 ? "requestid=206" : "x=1", adapter));
+          if (response.body == (i % 2 ? "-2" : "-1") && response.status == 200) ++right;
+        }
+      });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(right.load(), 80) << (adapter ? "adapter" : "IIS");
+  }
+}
+
+TEST_F(Dispatch, AdapterModeSetsThePathsAndIsRemembered) {
+  isapi::Exchange exchange(InProcessHost::Get("requestid=206", true));
+  EXPECT_EQ(LinkedEntryPoints().httpExtensionProc(exchange.Ecb()), DWORD{HSE_STATUS_SUCCESS});
+  EXPECT_STREQ(exchange.Ecb()->lpszPathInfo, "/vigilcrest/cgi/isapiClient.dll");
+  EXPECT_EQ(TheExtension().AdapterModeSeen(), true);
+}
+
+TEST(AdapterHandshake, OnlyEventsWithThePrefixAreSignalled) {
+  adapterMode = 1;
+  for (const char* name : {"VGCR_ISAPI_RETURN_4242", "OTHER_EVENT_4242", "VGCR_ISAPI_RETURN"}) {
+    char16_t wide[64];
+    std::size_t i = 0;
+    for (; name[i]; ++i) wide[i] = static_cast<char16_t>(name[i]);
+    wide[i] = 0;
+    plat::Event event;
+    ASSERT_TRUE(event.Create(wide, false));
+    EXTENSION_CONTROL_BLOCK ecb{};
+    char path[64];
+    std::snprintf(path, sizeof path, "%s", name);
+    ecb.lpszPathTranslated = path;
+    SignalAdapterEvent(&ecb);
+    const bool expected = std::string(name) == "VGCR_ISAPI_RETURN_4242";
+    EXPECT_EQ(event.Wait(0) == plat::kWaitObject0, expected) << name;
+  }
+  adapterMode = 0;
+  plat::Event event;
+  ASSERT_TRUE(event.Create(u"VGCR_ISAPI_RETURN_77", false));
+  EXTENSION_CONTROL_BLOCK ecb{};
+  char path[] = "VGCR_ISAPI_RETURN_77";
+  ecb.lpszPathTranslated = path;
+  SignalAdapterEvent(&ecb);
+  EXPECT_EQ(event.Wait(0), plat::kWaitTimeout) << "not in adapter mode";
+}
+
+TEST(Routes, HandlersStillToWrite) {
+  std::vector<std::string> missing;
+  for (const Route& route : kRoutes) {
+    if (route.handler == nullptr) missing.push_back(route.handlerName);
+  }
+  // Shrinks as the handlers land; an entry may leave this list, never join it.
+  const std::vector<std::string> expected = {
+      "ProcessOnStart", "ProcessOnUpdate",    "ProcessOnServiceStatus", "ProcessOnLog",   "ProcessOnUploadCfg",
+      "ProcessOnLogonUser", "ProcessRqIni",   "ProcessRqCfg",           "ProcessRqOpp",   "ProcessRqAlertMsg",
+      "ProcessRqUpd",   "ProcessPollingSetting", "CIsapiVdiProcessor",  "ProcessDLP"};
+  EXPECT_EQ(missing, expected);
+  EXPECT_EQ(kUploadHandler, nullptr);
+}
+
+}  // namespace
