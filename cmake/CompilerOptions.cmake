@@ -11,7 +11,11 @@ if(WIN32)
   # Everything the DLL and the test programs need is linked in, so a bare
   # Windows (or Wine) runs them with nothing installed beside them.
   string(APPEND CMAKE_EXE_LINKER_FLAGS " -static")
+  # One folder for every Windows binary: programs find the DLL beside them.
+  set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
   string(APPEND CMAKE_SHARED_LINKER_FLAGS " -static")
+  string(APPEND CMAKE_MODULE_LINKER_FLAGS " -static")
 endif()
 
 if(VGCR_SANITIZE)

@@ -45,7 +45,8 @@ TEST(Module, ComRegistrationExportsBehaveAsAModuleWithoutClasses) {
   EXPECT_EQ(unregisterServer(), S_OK);
   EXPECT_EQ(canUnload(), S_OK);
   void* object = reinterpret_cast<void*>(1);
-  EXPECT_EQ(getClassObject(CLSID_NULL, IID_IUnknown, &object), CLASS_E_CLASSNOTAVAILABLE);
+  const GUID none{};
+  EXPECT_EQ(getClassObject(none, none, &object), CLASS_E_CLASSNOTAVAILABLE);
   EXPECT_EQ(object, nullptr);
 }
 
