@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev googletest libbenchmark-dev
-  libssl-dev
+  libssl-dev libmicrohttpd-dev
   gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix
   wine wine64
 )

@@ -1,0 +1,86 @@
+#include "host_Options.h"
+
+#include <cstdlib>
+#include <cstring>
+
+std::string Usage() {
+  return "usage: isapi-host --extension PATH --listen ADDR:PORT [--adapter]\n"
+         "                  [--max-body BYTES] [--max-request-line BYTES] [--timeout SECONDS]\n"
+         "                  [--threads N] [--path URL-PATH]\n"
+         "Serves an ISAPI extension at /vigilcrest/cgi/isapiClient.dll (or --path).\n"
+         "IIS mode by default: requests complete asynchronously; --adapter calls the\n"
+         "extension synchronously without path-info, as an Apache adapter does.\n";
+}
+
+namespace {
+
+bool Number(const char* text, uint64_t max, uint64_t* out) {
+  char* end = nullptr;
+  unsigned long long value = std::strtoull(text, &end, 10);
+  if (end == text || *end != '\0' || value == 0 || value > max) return false;
+  *out = value;
+  return true;
+}
+
+}  // namespace
+
+bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
+  for (int i = 1; i < argc; ++i) {
+    const char* arg = argv[i];
+    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+    uint64_t n = 0;
+    auto need = [&](const char* what) {
+      if (value) return true;
+      *message = std::string(arg) + " needs " + what;
+      return false;
+    };
+    if (std::strcmp(arg, "--adapter") == 0) {
+      o->adapter = true;
+    } else if (std::strcmp(arg, "--extension") == 0) {
+      if (!need("a path")) return false;
+      o->extension = value;
+      ++i;
+    } else if (std::strcmp(arg, "--listen") == 0) {
+      if (!need("ADDR:PORT")) return false;
+      std::string text = value;
+      std::size_t colon = text.rfind(':');
+      if (colon == std::string::npos || !Number(text.c_str() + colon + 1, 65535, &n)) {
+        *message = "--listen wants ADDR:PORT, for example 127.0.0.1:8080";
+        return false;
+      }
+      o->address = text.substr(0, colon);
+      o->port = static_cast<uint16_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--max-body") == 0) {
+      if (!need("a size") || !Number(value, UINT64_MAX, &o->maxBody)) return *message = "bad --max-body", false;
+      ++i;
+    } else if (std::strcmp(arg, "--max-request-line") == 0) {
+      if (!need("a size") || !Number(value, 16u << 20, &n)) return *message = "bad --max-request-line", false;
+      o->maxRequestLine = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--timeout") == 0) {
+      if (!need("seconds") || !Number(value, 86400, &n)) return *message = "bad --timeout", false;
+      o->timeoutSeconds = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--threads") == 0) {
+      if (!need("a count") || !Number(value, 256, &n)) return *message = "bad --threads", false;
+      o->threads = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--path") == 0) {
+      if (!need("a URL path")) return false;
+      o->path = value;
+      ++i;
+    } else if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0) {
+      *message = Usage();
+      return false;
+    } else {
+      *message = std::string("unknown option ") + arg + "\n" + Usage();
+      return false;
+    }
+  }
+  if (o->extension.empty()) {
+    *message = "--extension is required\n" + Usage();
+    return false;
+  }
+  return true;
+}

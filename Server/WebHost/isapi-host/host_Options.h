@@ -1,0 +1,21 @@
+// isapi-host's command line.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+struct HostOptions {
+  std::string extension;
+  std::string address = "127.0.0.1";
+  uint16_t port = 8080;
+  bool adapter = false;
+  uint64_t maxBody = 30000000;        // as IIS's default request limit
+  uint32_t maxRequestLine = 131072;   // a start registration at every limit is ~57 KiB
+  uint32_t timeoutSeconds = 30;       // an idle or slow connection is dropped
+  uint32_t threads = 4;               // HTTP threads (IIS mode)
+  std::string path = "/vigilcrest/cgi/isapiClient.dll";
+};
+
+// Parses argv; false with a message for the user.
+bool ParseOptions(int argc, char** argv, HostOptions* options, std::string* message);
+std::string Usage();

@@ -1,0 +1,59 @@
+// isapi-host: serves an ISAPI extension over HTTP/1.1 on Linux.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "host_Options.h"
+#include "host_Server.h"
+#include "isapi/exchange.h"
+
+namespace {
+
+volatile sig_atomic_t g_stop = 0;
+void OnSignal(int) { g_stop = 1; }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  HostOptions options;
+  std::string message;
+  if (!ParseOptions(argc, argv, &options, &message)) {
+    std::fprintf(stderr, "%s\n", message.c_str());
+    return 2;
+  }
+  isapi::Module module;
+  if (!module.Load(options.extension, &message)) {
+    std::fprintf(stderr, "isapi-host: cannot load %s: %s\n", options.extension.c_str(), message.c_str());
+    return 1;
+  }
+  HSE_VERSION_INFO version{};
+  if (!module.GetExtensionVersion(&version)) {
+    std::fprintf(stderr, "isapi-host: the extension refused to start (GetExtensionVersion)\n");
+    return 1;
+  }
+  struct sigaction action {};
+  action.sa_handler = &OnSignal;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+
+  HostServer server(options, module);
+  if (!server.Start(&message)) {
+    std::fprintf(stderr, "isapi-host: %s\n", message.c_str());
+    module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
+    return 1;
+  }
+  std::printf("isapi-host: serving %s (%s) at http://%s:%u%s (%s mode)\n", options.extension.c_str(),
+              version.lpszExtensionDesc, options.address.c_str(), options.port, options.path.c_str(),
+              options.adapter ? "adapter" : "IIS");
+  std::fflush(stdout);
+  while (!g_stop) pause();
+  std::printf("isapi-host: stopping\n");
+  std::fflush(stdout);
+  // Requests in flight end within the extension's own reply bound.
+  server.Stop(30000);
+  module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
+  return 0;
+}

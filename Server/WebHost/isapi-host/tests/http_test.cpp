@@ -1,0 +1,200 @@
+// isapi-host over real HTTP, with the real extension module.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+uint16_t FreePort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+  socklen_t length = sizeof addr;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
+  ::close(fd);
+  return ntohs(addr.sin_port);
+}
+
+int Connect(uint16_t port) {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(port);
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// Sends raw bytes and reads until the server closes.
+std::string Exchange(uint16_t port, const std::string& request) {
+  int fd = Connect(port);
+  if (fd < 0) return "";
+  ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+  std::string answer;
+  char buffer[4096];
+  ssize_t n;
+  while ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) answer.append(buffer, static_cast<std::size_t>(n));
+  ::close(fd);
+  return answer;
+}
+
+std::string Get(uint16_t port, const std::string& query, const std::string& method = "GET") {
+  return Exchange(port, method + " /vigilcrest/cgi/isapiClient.dll?" + query +
+                            " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+}
+
+std::string Body(const std::string& answer) {
+  std::size_t at = answer.find("\r\n\r\n");
+  return at == std::string::npos ? "" : answer.substr(at + 4);
+}
+
+int Status(const std::string& answer) { return answer.size() > 12 ? std::atoi(answer.c_str() + 9) : 0; }
+
+class Host {
+ public:
+  explicit Host(std::vector<std::string> extra = {}) {
+    port_ = FreePort();
+    std::vector<std::string> args = {VGCR_ISAPI_HOST, "--extension", VGCR_EXTENSION_MODULE, "--listen",
+                                     "127.0.0.1:" + std::to_string(port_)};
+    args.insert(args.end(), extra.begin(), extra.end());
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    if (posix_spawn(&pid_, argv[0], nullptr, nullptr, argv.data(), environ) != 0) pid_ = -1;
+    for (int i = 0; i < 200 && pid_ > 0; ++i) {
+      int fd = Connect(port_);
+      if (fd >= 0) {
+        ::close(fd);
+        ready_ = true;
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  }
+  ~Host() {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+  }
+  // SIGTERM, then the exit status.
+  int Stop() {
+    ::kill(pid_, SIGTERM);
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  bool ready() const { return ready_; }
+  uint16_t port() const { return port_; }
+
+ private:
+  pid_t pid_ = -1;
+  uint16_t port_ = 0;
+  bool ready_ = false;
+};
+
+TEST(IsapiHost, AnswersInIisModeAndStopsCleanly) {
+  Host host;
+  ASSERT_TRUE(host.ready());
+  const std::string answer = Get(host.port(), "requestid=206");
+  EXPECT_EQ(Status(answer), 200);
+  EXPECT_NE(answer.find("Content-Type: application/octet-stream"), std::string::npos);
+  EXPECT_EQ(Body(answer), "-2");
+  EXPECT_EQ(Body(Get(host.port(), "uid=1")), "-1");
+  EXPECT_EQ(Body(Get(host.port(), "requestid=206", "HEAD")), "") << "HEAD carries no body";
+  EXPECT_EQ(Status(Get(host.port(), "requestid=206", "HEAD")), 200);
+  const std::string post = Exchange(host.port(),
+                                    "POST /vigilcrest/cgi/isapiClient.dll HTTP/1.1\r\nHost: x\r\nConnection: close\r\n"
+                                    "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 13\r\n\r\n"
+                                    "requestid=206");
+  EXPECT_EQ(Body(post), "-2");
+  EXPECT_EQ(Status(Exchange(host.port(), "GET /elsewhere HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")), 404);
+  EXPECT_EQ(host.Stop(), 0);
+}
+
+TEST(IsapiHost, TheQueryStringReachesTheExtensionUndecoded) {
+  Host host;
+  ASSERT_TRUE(host.ready());
+  // Decoded once (by the extension) the name is "requestid=206" with no value,
+  // so there is no requestid; decoded twice it would route to 206.
+  EXPECT_EQ(Body(Get(host.port(), "requestid%3D206")), "-1");
+  EXPECT_EQ(Body(Get(host.port(), "request%69d=206")), "-2");
+}
+
+TEST(IsapiHost, AdapterModeAndKeepAlive) {
+  Host host({"--adapter"});
+  ASSERT_TRUE(host.ready());
+  EXPECT_EQ(Body(Get(host.port(), "requestid=206")), "-2");
+  const std::string two = Exchange(host.port(),
+                                   "GET /vigilcrest/cgi/isapiClient.dll?requestid=206 HTTP/1.1\r\nHost: x\r\n\r\n"
+                                   "GET /vigilcrest/cgi/isapiClient.dll?x=1 HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  EXPECT_NE(two.find("\r\n\r\n-2HTTP/1.1 200"), std::string::npos) << two;
+  EXPECT_EQ(two.substr(two.size() - 2), "-1");
+  EXPECT_EQ(host.Stop(), 0);
+}
+
+TEST(IsapiHost, LimitsAnswerWithClearErrors) {
+  Host host({"--max-body", "100", "--max-request-line", "300"});
+  ASSERT_TRUE(host.ready());
+  const std::string big(200, 'x');
+  const std::string tooLarge = Exchange(host.port(), "POST /vigilcrest/cgi/isapiClient.dll HTTP/1.1\r\nHost: x\r\n"
+                                                     "Connection: close\r\nContent-Length: 200\r\n\r\n" + big);
+  EXPECT_EQ(Status(tooLarge), 413);
+  EXPECT_EQ(Status(Get(host.port(), "requestid=206&pad=" + std::string(400, 'p'))), 414);
+  EXPECT_EQ(Body(Get(host.port(), "requestid=206")), "-2") << "and it goes on serving";
+}
+
+TEST(IsapiHost, TheDefaultsAdmitTheLongestRegistration) {
+  Host host;
+  ASSERT_TRUE(host.ready());
+  // Every text of a start registration at its limit, each character a
+  // three-byte UTF-8 sequence written as nine bytes: about 57 KiB.
+  std::string query = "requestid=206";
+  const std::string euro = "%E2%82%AC";
+  for (int field = 0; field < 62; ++field) {
+    query += "&f" + std::to_string(field) + "=";
+    const int limit = field == 0 ? 2500 : field < 3 ? 1024 : 40;
+    for (int i = 0; i < limit; ++i) query += euro;
+  }
+  ASSERT_GT(query.size(), 55000u);
+  EXPECT_EQ(Body(Get(host.port(), query)), "-2");
+}
+
+TEST(IsapiHost, ConcurrentClients) {
+  for (bool adapter : {false, true}) {
+    Host host(adapter ? std::vector<std::string>{"--adapter"} : std::vector<std::string>{});
+    ASSERT_TRUE(host.ready());
+    std::atomic<int> right{0};
+    std::vector<std::thread> clients;
+    for (int t = 0; t < 8; ++t) {
+      clients.emplace_back([&] {
+        for (int i = 0; i < 25; ++i) right += Body(Get(host.port(), "requestid=206")) == "-2";
+      });
+    }
+    for (auto& c : clients) c.join();
+    EXPECT_EQ(right.load(), 200) << (adapter ? "adapter" : "IIS");
+    EXPECT_EQ(host.Stop(), 0);
+  }
+}
+
+}  // namespace
