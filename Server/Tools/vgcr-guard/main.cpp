@@ -1,0 +1,105 @@
+// vgcr-guard: publishes or clears the server's memory and disk threshold
+// records, as the server's monitoring service does, so that the extension's
+// guards can be seen at work.
+//
+//   vgcr-guard memory OVER [COUNT [SECONDS]]   over: 1 or 0 (count 200, 2 s)
+//   vgcr-guard disk STATUS [SECONDS [COUNT]]   (5 s, count 200)
+//   vgcr-guard clear                           removes both records
+//   vgcr-guard show                            prints both records
+//
+// On Windows a record lives only while a handle to it is open: the tool then
+// keeps running until it is stopped (Ctrl-C). On POSIX the record stays
+// until it is cleared.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/shared_memory.h"
+
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
+namespace {
+
+constexpr char16_t kMemory[] = u"Global\\MAP_FILE_VGCR_SERVER_MEM_THRESHOLD";
+constexpr char16_t kDisk[] = u"Global\\MAP_FILE_VGCR_SERVER_DISK_THRESHOLD";
+
+int Usage() {
+  std::fprintf(stderr,
+               "usage: vgcr-guard memory OVER [COUNT [SECONDS]]\n"
+               "       vgcr-guard disk STATUS [SECONDS [COUNT]]\n"
+               "       vgcr-guard clear | show\n");
+  return 2;
+}
+
+bool Word(const char* text, uint32_t* out) {
+  char* end = nullptr;
+  unsigned long value = std::strtoul(text, &end, 10);
+  if (end == text || *end != '\0' || value > 0xFFFFFFFFul) return false;
+  *out = static_cast<uint32_t>(value);
+  return true;
+}
+
+int Publish(const char16_t* name, const uint32_t words[3]) {
+  plat::SharedMemory record;
+  void* view = nullptr;
+  if (!record.Create(name, 12) || (view = record.Map(12, plat::MapAccess::kReadWrite)) == nullptr) {
+    std::fprintf(stderr, "vgcr-guard: cannot publish the record\n");
+    return 1;
+  }
+  std::memcpy(view, words, 12);
+  std::printf("published: %u %u %u\n", words[0], words[1], words[2]);
+#if defined(_WIN32)
+  std::printf("holding the record; stop with Ctrl-C\n");
+  std::fflush(stdout);
+  ::Sleep(INFINITE);
+#endif
+  return 0;
+}
+
+void Show(const char* label, const char16_t* name, const char* fields) {
+  plat::SharedMemory record;
+  const void* view = nullptr;
+  if (!record.Open(name, plat::MapAccess::kRead) || (view = record.Map(12, plat::MapAccess::kRead)) == nullptr) {
+    std::printf("%s: not published\n", label);
+    return;
+  }
+  uint32_t words[3];
+  std::memcpy(words, view, 12);
+  std::printf("%s: %s = %u %u %u\n", label, fields, words[0], words[1], words[2]);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return Usage();
+  const std::string command = argv[1];
+  if (command == "memory" && argc >= 3 && argc <= 5) {
+    uint32_t words[3] = {0, 200, 2};  // over, check count, seconds
+    for (int i = 2; i < argc; ++i) {
+      if (!Word(argv[i], &words[i - 2])) return Usage();
+    }
+    return Publish(kMemory, words);
+  }
+  if (command == "disk" && argc >= 3 && argc <= 5) {
+    uint32_t words[3] = {1700, 5, 200};  // status, seconds, check count
+    for (int i = 2; i < argc; ++i) {
+      if (!Word(argv[i], &words[i - 2])) return Usage();
+    }
+    return Publish(kDisk, words);
+  }
+  if (command == "clear" && argc == 2) {
+    plat::SharedMemory::Remove(kMemory);
+    plat::SharedMemory::Remove(kDisk);
+    std::printf("cleared\n");
+    return 0;
+  }
+  if (command == "show" && argc == 2) {
+    Show("memory", kMemory, "over, check count, seconds");
+    Show("disk", kDisk, "status, seconds, check count");
+    return 0;
+  }
+  return Usage();
+}
