@@ -24,7 +24,7 @@ class CThreadPool {
   // Workers per processor: they spend most of a request waiting on pipes to
   // the command-handler service, so several per processor keep the
   // processors busy (docs/performance.md has the measurement).
-  static constexpr unsigned kWorkersPerProcessor = 8;
+  static constexpr unsigned kWorkersPerProcessor = 16;
   static unsigned DefaultWorkerCount();
 
  private:
