@@ -34,3 +34,13 @@ std::vector<std::vector<uint8_t>> MessageSeeds() {
   }
   return seeds;
 }
+
+std::vector<std::vector<uint8_t>> RequestSeeds() {
+  std::vector<std::vector<uint8_t>> seeds;
+  for (const char* text : {"requestid=101&uid=3F2504E0-4F89-11D3-9A0C-0305E82C3301&computer=caf%C3%A9",
+                           "a=1&A=2&x=%4", "x=1#y=2&flag&z=%G1%1G+%", "domain=%E2%82%AC%E2%82%AC&SA_ISR=CN%3Dx"}) {
+    std::string s(text);
+    seeds.emplace_back(s.begin(), s.end());
+  }
+  return seeds;
+}

@@ -5,3 +5,4 @@
 #include <vector>
 
 std::vector<std::vector<uint8_t>> MessageSeeds();
+std::vector<std::vector<uint8_t>> RequestSeeds();

@@ -66,7 +66,7 @@ std::vector<uint8_t> Mutate(const std::vector<uint8_t>& seed, std::mt19937& rand
 int main(int argc, char** argv) {
   UsePrivateFolders();
   const int iterations = argc > 1 ? std::atoi(argv[1]) : 20000;
-  std::vector<std::vector<uint8_t>> seeds = MessageSeeds();
+  std::vector<std::vector<uint8_t>> seeds = FUZZ_SEEDS();
   for (const auto& seed : seeds) LLVMFuzzerTestOneInput(seed.data(), seed.size());
   std::mt19937 random(20261122);
   for (int i = 0; i < iterations; ++i) {
