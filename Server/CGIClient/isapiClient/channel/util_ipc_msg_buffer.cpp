@@ -282,36 +282,28 @@ uint32_t CIPCMsgBuffer::PeekU32() {
   return value;
 }
 
-const uint8_t* CIPCMsgBuffer::ReadItem(uint32_t* length) {
-  if (!data_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
-  EnsureReadable(4, __LINE__);
-  uint32_t n = 0;
-  std::memcpy(&n, data_ + m_dwCurPos, 4);
-  previousPos_ = m_dwCurPos;
-  m_dwCurPos += 4;
-  if (uint64_t{m_dwCurPos} + n > m_dwBytesUsed &&
-      (n > UINT32_MAX - 4 || !Refill(n + 4, n) || uint64_t{m_dwCurPos} + n > m_dwBytesUsed)) {
-    dbg::TraceW(2, kTraceSource, __LINE__,
-                u"CIPCMsgBuffer::operator >>() ==> size error  (m_dwCurPos[%d]+iTotalBytes[%d]) > m_dwBytesUsed[%d]",
-                m_dwCurPos, n, m_dwBytesUsed);
-    Raise(CIPCMsgBufferException::kOutOfRange, __LINE__);
-  }
-  previousPos_ = m_dwCurPos;
-  const uint8_t* item = data_ + m_dwCurPos;
-  m_dwCurPos += n;
-  *length = n;
-  return item;
-}
+const uint8_t* CIPCMsgBuffer::ReadItem(uint32_t* length) { return ReadItemImpl(length, true); }
 
-const uint8_t* CIPCMsgBuffer::ReadItemSilent(uint32_t* length) {
+const uint8_t* CIPCMsgBuffer::ReadItemSilent(uint32_t* length) { return ReadItemImpl(length, false); }
+
+const uint8_t* CIPCMsgBuffer::ReadItemImpl(uint32_t* length, bool logging) {
   if (!data_) Raise(CIPCMsgBufferException::kInvalidBuffer, __LINE__);
   EnsureReadable(4, __LINE__);
   uint32_t n = 0;
   std::memcpy(&n, data_ + m_dwCurPos, 4);
   previousPos_ = m_dwCurPos;
   m_dwCurPos += 4;
-  if (uint64_t{m_dwCurPos} + n > m_dwBytesUsed && (!Refill(n) || uint64_t{m_dwCurPos} + n > m_dwBytesUsed)) {
-    Raise(CIPCMsgBufferException::kOutOfRange, __LINE__);
+  if (uint64_t{m_dwCurPos} + n > m_dwBytesUsed) {
+    // The logging read asks the spill file for four bytes more than it needs.
+    const bool refilled = logging ? n <= UINT32_MAX - 4 && Refill(n + 4, n) : Refill(n);
+    if (!refilled || uint64_t{m_dwCurPos} + n > m_dwBytesUsed) {
+      if (logging) {
+        dbg::TraceW(2, kTraceSource, __LINE__,
+                    u"CIPCMsgBuffer::operator >>() ==> size error  (m_dwCurPos[%d]+iTotalBytes[%d]) > m_dwBytesUsed[%d]",
+                    m_dwCurPos, n, m_dwBytesUsed);
+      }
+      Raise(CIPCMsgBufferException::kOutOfRange, __LINE__);
+    }
   }
   previousPos_ = m_dwCurPos;
   const uint8_t* item = data_ + m_dwCurPos;

@@ -92,6 +92,7 @@ class CIPCMsgBuffer {
   // Bytes the spill stream can still deliver (0 without one).
   uint64_t SpillBytesLeft();
   void EnsureReadable(uint32_t need, int line);
+  const uint8_t* ReadItemImpl(uint32_t* length, bool logging);
   [[noreturn]] void Raise(uint32_t code, int line) const;
 
   uint32_t capacity_ = 0;
