@@ -1,18 +1,23 @@
 #include "isapi_Routes.h"
 
+#include "handlers/isapi_OnServiceStatus.h"
+#include "handlers/isapi_OnStart.h"
+#include "handlers/isapi_OnUpdate.h"
+#include "handlers/isapi_PollingSetting.h"
+
 const Route kRoutes[kRouteCount] = {
-    {101, "ProcessOnStart", nullptr},
+    {101, "ProcessOnStart", &ProcessOnStart},
     {102, "ProcessOnUpdate", nullptr},
-    {103, "ProcessOnServiceStatus", nullptr},
+    {103, "ProcessOnServiceStatus", &ProcessOnServiceStatus},
     {110, "ProcessOnLog", nullptr},
     {111, "ProcessOnUploadCfg", nullptr},
-    {112, "ProcessOnLogonUser", nullptr},
+    {112, "ProcessOnLogonUser", &ProcessOnLogonUser},
     {201, "ProcessRqIni", nullptr},
     {202, "ProcessRqCfg", nullptr},
     {203, "ProcessRqOpp", nullptr},
     {204, "ProcessRqAlertMsg", nullptr},
     {205, "ProcessRqUpd", nullptr},
-    {207, "ProcessPollingSetting", nullptr},
+    {207, "ProcessPollingSetting", &ProcessPollingSetting},
     {301, "CIsapiVdiProcessor", nullptr},
     {321, "ProcessDLP", nullptr},
 };

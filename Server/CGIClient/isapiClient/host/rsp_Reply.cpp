@@ -112,6 +112,21 @@ bool AppendHTTPSign(const RequestParams& params, CHttpResponse& response, const 
   return result;
 }
 
+bool CheckValidDomainString(const RequestParams& params, std::u16string* domain) {
+  if (!params.GetString("domain", domain, 120)) return false;
+  for (std::size_t i = 0; i < domain->size(); ++i) {
+    const char16_t c = (*domain)[i];
+    if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return false;
+    if (c >= 0xD800 && c <= 0xDBFF) {
+      if (i + 1 >= domain->size() || (*domain)[i + 1] < 0xDC00 || (*domain)[i + 1] > 0xDFFF) return false;
+      ++i;
+    } else if (c >= 0xDC00 && c <= 0xDFFF) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool RemoveConfigRecord(const char16_t* uid, uint32_t event, const char16_t* release) {
   VGCR_TRACE(8, u"[RemoveConfigRecord] remove uid = %s, event = %ld", uid ? uid : u"", event);
   RemovalRecord record;

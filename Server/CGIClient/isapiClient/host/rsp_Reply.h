@@ -26,5 +26,12 @@ bool WriteWideTextReply(const RequestParams& params, CHttpResponse& response, co
 // -65502 (not our certificate) is accepted, unsigned.
 bool AppendHTTPSign(const RequestParams& params, CHttpResponse& response, const char* body, uint32_t length);
 
+// Reads the client's "domain" (at most 120 characters) into *domain and
+// checks it: present, within the limit, and free of control characters
+// (U+0000 to U+001F, U+007F to U+009F) and unpaired surrogates, which no
+// domain or workgroup name holds and which would corrupt the server's
+// records and logs. An empty domain (a computer in no domain) is valid.
+bool CheckValidDomainString(const RequestParams& params, std::u16string* domain);
+
 // Asks the service to drop the client's pending configuration record.
 bool RemoveConfigRecord(const char16_t* uid, uint32_t event, const char16_t* release = u"");

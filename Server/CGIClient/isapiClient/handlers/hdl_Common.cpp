@@ -1,0 +1,41 @@
+#include "hdl_Common.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/com.h"
+#include "support/dbg_Trace.h"
+#include "support/ut_InitCOM.h"
+
+bool ReadNumber(const RequestParams& params, const char* name, long* value) {
+  const std::string* raw = params.Lookup(name);
+  *value = raw ? std::strtol(raw->c_str(), nullptr, 10) : 0;
+  return raw != nullptr;
+}
+
+bool IsValidUid(const std::u16string& uid, const char16_t* traceSource, const char16_t* handlerName) {
+  UTIL::CComInitiator com(plat::kCoInitApartmentThreaded, false);
+  if (com.GetResult() < 0) {
+    dbg::TraceW(69, traceSource, __LINE__,
+                u"%s - Failed to initiate CComInitiator with thread model: [%d] m_bInitialize: [%d] result: [%d].",
+                handlerName, 2, com.IsInitialized(), com.GetResult());
+  }
+  plat::Guid guid;
+  const std::u16string braced = u"{" + uid + u"}";
+  if (plat::ClsidFromString(braced.c_str(), &guid) < 0) {
+    dbg::TraceW(5, traceSource, __LINE__, u"This is an invalid UID.");
+    return false;
+  }
+  return true;
+}
+
+void CopyToField(char16_t* field, std::size_t units, const std::u16string& text) {
+  std::size_t n = text.size() < units ? text.size() : units - 1;
+  std::memcpy(field, text.data(), n * sizeof(char16_t));
+  field[n] = u'\0';
+}
+
+void PutLE(uint8_t* at, int bytes, long value) {
+  const auto bits = static_cast<unsigned long>(value);
+  for (int i = 0; i < bytes; ++i) at[i] = static_cast<uint8_t>(bits >> (8 * i));
+}

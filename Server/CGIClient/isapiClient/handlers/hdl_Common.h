@@ -1,0 +1,24 @@
+// What the request handlers share: reading numbers and checking a uid.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/req_RequestParams.h"
+
+// A numeric parameter, read raw and converted with strtol (base 10); false
+// (and 0) when absent.
+bool ReadNumber(const RequestParams& params, const char* name, long* value);
+
+// "{" + uid + "}" must parse as a GUID (CLSIDFromString) inside a COM
+// scope; otherwise "This is an invalid UID." is traced at level 5 from the
+// handler's source and the answer is false.
+bool IsValidUid(const std::u16string& uid, const char16_t* traceSource, const char16_t* handlerName);
+
+// Copies text into a fixed UTF-16 field of `units` code units, terminated;
+// a text too long for the field is cut to units - 1 characters.
+void CopyToField(char16_t* field, std::size_t units, const std::u16string& text);
+
+// Writes a little-endian value of `bytes` bytes (1, 2 or 4) at `at`,
+// truncated to that width.
+void PutLE(uint8_t* at, int bytes, long value);

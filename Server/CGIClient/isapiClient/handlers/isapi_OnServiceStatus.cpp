@@ -1,0 +1,134 @@
+#include "isapi_OnServiceStatus.h"
+
+#include "channel/cmdal2_OutputCmd.h"
+#include "channel/cmdal_CmdAPI.h"
+#include "channel/ser_MsgSerializer.h"
+#include "hdl_Common.h"
+#include "host/rsp_Reply.h"
+#include "support/dbg_Trace.h"
+
+namespace {
+
+constexpr char16_t kTraceSource[] = u".\\isapi_OnServiceStatus";
+constexpr uint32_t kRemovalEvent = 115;
+
+constexpr const char* kComponents[9] = {"av", "as", "wr", "at_office", "fw", "aegis", "dlp", "ncie", "ccsf"};
+
+// What one function type does; `replyDue` when the status goes back as text.
+int32_t RunFunctionType(long functionType, const RequestParams& params, const std::u16string& uid, bool* replyDue) {
+  *replyDue = false;
+  switch (functionType) {
+    case 1: {
+      long state = 0;
+      ReadNumber(params, "scheduleupdatestatus", &state);
+      cmdal_SetClinetCfg_SUStatus(uid.c_str(), state != 0);
+      return -5;  // the client always sees a failure for this type
+    }
+    case 2: {
+      long value = 0;
+      ReadNumber(params, "enablewarningflag", &value);
+      const auto warning = static_cast<uint32_t>(value);
+      if (!cmdal_SetClinetCfg_WarningSetting(uid.c_str(), &warning)) return -5;
+      *replyDue = true;
+      return 1;
+    }
+    case 3: {
+      int32_t status = 1;
+      if (!ReportClientProtectionStatus(params, uid, &status)) return status == 1 ? -5 : status;
+      *replyDue = true;
+      return status;
+    }
+    case 4: {
+      std::u16string release;
+      *replyDue = true;
+      if (!params.GetString("release", &release, 7)) return -7;
+      if (!RemoveConfigRecord(uid.c_str(), kRemovalEvent, release.c_str())) {
+        VGCR_TRACE(68, u"[ProcessRqIni] The config record in DB is not successfully reset.");
+      }
+      return 1;
+    }
+    default:
+      return -3;
+  }
+}
+
+}  // namespace
+
+bool CComplianceClientProtection::Serialize(ISerializer& s) {
+  return ser::WriteWString(s, uid) && ser::WriteU32(s, mask);
+}
+
+bool CComplianceClientProtection::Deserialize(ISerializer& s) {
+  return ser::ReadWString(s, &uid) && ser::ReadU32(s, &mask);
+}
+
+bool ReportClientProtectionStatus(const RequestParams& params, const std::u16string& uid, int32_t* status) {
+  CComplianceClientProtection record;
+  int on[9];
+  for (int i = 0; i < 9; ++i) {
+    long value = 0;
+    ReadNumber(params, kComponents[i], &value);
+    on[i] = value != 0;
+    if (on[i]) record.mask |= 1u << i;
+  }
+  record.uid = uid;
+  VGCR_TRACE(73,
+             u"%s - [ProcessOnServiceStatus] client protection status: AV=%d, AS=%d, WR=%d, AT_OFFICE=%d, FW=%d, "
+             u"AEGIS=%d, DLP=%d, NCIE=%d, CCSF=%d",
+             u"ReportClientProtectionStatus", on[0], on[1], on[2], on[3], on[4], on[5], on[6], on[7], on[8]);
+  CMsgSerializer message(u"CMDHLV2_CLN_ON_PROTECTION_STATUS", 1);
+  message << record;
+  const bool ok = cmdal2_SendAndRecv(message, message.Identifier().c_str());
+  VGCR_TRACE(68, u"[ProcessOnServiceStatus] result:[%d]", ok ? 1 : 0);
+  if (!ok) {
+    *status = -5;
+    VGCR_TRACE(69, u"[ProcessRqCfg] Leave due error(%d)", *status);
+    return false;
+  }
+  uint32_t exists = 0;
+  uint32_t size = 4;
+  if (!message.Read(&exists, &size)) {
+    *status = -5;
+    return false;
+  }
+  VGCR_TRACE(68, u"[ProcessOnServiceStatus] Client Existence:[%d]", exists);
+  if (exists == 0) {
+    *status = -39;
+    return false;
+  }
+  return true;
+}
+
+int32_t ProcessOnServiceStatus(const RequestParams& params, CHttpResponse& response) {
+  VGCR_TRACE(68, u"[ProcessOnServiceStatus] Enter");
+  int32_t status = 1;
+  long functionType = 0;
+  if (!ReadNumber(params, "functiontype", &functionType)) status = -3;
+  std::u16string uid;
+  if (!params.GetString("uid", &uid, 36)) {
+    status = -6;
+    uid.clear();
+  }
+  if (!IsValidUid(uid, kTraceSource, u"ProcessOnServiceStatus")) status = -6;
+  if (status != 1) {
+    VGCR_TRACE(69, u"[ProcessOnServiceStatus] Leave due error(%d)", status);
+    return status;
+  }
+  VGCR_TRACE(68, u"[ProcessOnServiceStatus] FunctionType = %d, Uid = %s", static_cast<int32_t>(functionType), uid);
+  bool replyDue = false;
+  int32_t result = 1;
+  try {
+    status = RunFunctionType(functionType, params, uid, &replyDue);
+  } catch (const CIPCMsgBufferException&) {
+    status = -5;  // a reply too short for its fields
+    replyDue = false;
+  }
+  if (replyDue) {
+    result = WriteCodeReply(params, response, status) ? 1 : -49;
+  } else {
+    result = status;
+    VGCR_TRACE(69, u"[ProcessOnServiceStatus] Leave due error(%d)", status);
+  }
+  VGCR_TRACE(68, u"[ProcessOnServiceStatus] Leave");
+  return result;
+}

@@ -1,0 +1,60 @@
+#include "isapi_OnUpdate.h"
+
+#include "channel/cmdal2_OutputCmd.h"
+#include "channel/ser_MsgSerializer.h"
+#include "hdl_Common.h"
+#include "host/rsp_Reply.h"
+#include "support/dbg_Trace.h"
+
+namespace {
+constexpr char16_t kTraceSource[] = u".\\isapi_OnUpdate";
+constexpr char16_t kLogonUser[] = u"ProcessOnLogonUser";
+}  // namespace
+
+bool tagCln_CgiOnLogonUser::Serialize(ISerializer& s) {
+  return ser::WriteWString(s, uid) && ser::WriteWString(s, logonUser) && ser::WriteWString(s, logonUserId);
+}
+
+bool tagCln_CgiOnLogonUser::Deserialize(ISerializer& s) {
+  return ser::ReadWString(s, &uid) && ser::ReadWString(s, &logonUser) && ser::ReadWString(s, &logonUserId);
+}
+
+int32_t ProcessOnLogonUser(const RequestParams& params, CHttpResponse& response) {
+  VGCR_TRACE(68, u"%s - >>>", kLogonUser);
+  int32_t result = 1;
+  long functionType = 0;
+  if (!ReadNumber(params, "functiontype", &functionType)) result = -3;
+  tagCln_CgiOnLogonUser record;
+  if (!params.GetString("uid", &record.uid, 36)) return -6;
+  VGCR_TRACE(68, u"%s - UID: [%s].", kLogonUser, record.uid);
+  if (!IsValidUid(record.uid, kTraceSource, kLogonUser)) result = -6;
+  std::u16string value;
+  if (params.GetString("LogonUser", &value, 256)) {
+    VGCR_TRACE(68, u"%s - LogonUser: [%s].", kLogonUser, value);
+    record.logonUser = value;
+  }
+  if (params.GetString("LogonUsrUID", &value, 36)) {
+    VGCR_TRACE(68, u"%s - LogonUser GUID: [%s].", kLogonUser, value);
+    record.logonUserId = value;
+  }
+  if (result != 1) {
+    VGCR_TRACE(68, u"%s - Leave due error(%d)", kLogonUser, result);
+    return result;
+  }
+  bool sent = false;
+  try {
+    CMsgSerializer message(u"CMDHLV2_CLN_ON_LOGON_USER", 1);
+    message << record;
+    sent = cmdal2_Send(message);
+  } catch (const CIPCMsgBufferException&) {
+    sent = false;
+  }
+  if (sent) {
+    result = WriteTextReply(params, response, "", 0) ? 1 : -49;
+  } else {
+    result = -5;
+    VGCR_TRACE(68, u"%s - Leave due error(%d)", kLogonUser, result);
+  }
+  VGCR_TRACE(68, u"%s - <<<", kLogonUser);
+  return result;
+}
