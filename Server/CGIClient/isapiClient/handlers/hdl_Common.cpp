@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "channel/cmdal2_OutputCmd.h"
+#include "channel/ser_MsgSerializer.h"
 #include "platform/com.h"
 #include "support/dbg_Trace.h"
 #include "support/ut_InitCOM.h"
@@ -38,4 +40,14 @@ void CopyToField(char16_t* field, std::size_t units, const std::u16string& text)
 void PutLE(uint8_t* at, int bytes, long value) {
   const auto bits = static_cast<unsigned long>(value);
   for (int i = 0; i < bytes; ++i) at[i] = static_cast<uint8_t>(bits >> (8 * i));
+}
+
+bool SendRecord(const char16_t* command, ISerializable& record) {
+  try {
+    CMsgSerializer message(command, 1);
+    message << record;
+    return cmdal2_Send(message);
+  } catch (const CIPCMsgBufferException&) {
+    return false;
+  }
 }

@@ -195,14 +195,7 @@ int32_t ProcessOnStart(const RequestParams& params, CHttpResponse& response) {
   FillOptional(params, fill);
 
   int32_t result = 1;
-  bool sent = false;
-  try {
-    CMsgSerializer message(u"CMDHLV2_CLN_ON_START", 1);
-    message << record;
-    sent = cmdal2_Send(message);
-  } catch (const CIPCMsgBufferException&) {
-    sent = false;
-  }
+  const bool sent = SendRecord(u"CMDHLV2_CLN_ON_START", record);
   if (sent) {
     result = WriteCodeAndTimeReply(params, response, 1) ? 1 : -49;
   } else {

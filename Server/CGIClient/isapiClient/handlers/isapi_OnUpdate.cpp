@@ -41,14 +41,7 @@ int32_t ProcessOnLogonUser(const RequestParams& params, CHttpResponse& response)
     VGCR_TRACE(68, u"%s - Leave due error(%d)", kLogonUser, result);
     return result;
   }
-  bool sent = false;
-  try {
-    CMsgSerializer message(u"CMDHLV2_CLN_ON_LOGON_USER", 1);
-    message << record;
-    sent = cmdal2_Send(message);
-  } catch (const CIPCMsgBufferException&) {
-    sent = false;
-  }
+  const bool sent = SendRecord(u"CMDHLV2_CLN_ON_LOGON_USER", record);
   if (sent) {
     result = WriteTextReply(params, response, "", 0) ? 1 : -49;
   } else {
