@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #if !defined(_WIN32)
@@ -29,9 +30,16 @@ struct PrivateFolders {
     if (std::getenv("VGCR_PIPE_DIR")) return;
     char dir[] = "/tmp/vgcr-test-XXXXXX";
     if (::mkdtemp(dir)) {
-      ::setenv("VGCR_PIPE_DIR", (std::string(dir) + "/pipe").c_str(), 1);
+      root = dir;
+      ::setenv("VGCR_PIPE_DIR", (root + "/pipe").c_str(), 1);
     }
   }
+  ~PrivateFolders() {
+    if (root.empty()) return;
+    std::error_code ignored;
+    std::filesystem::remove_all(root, ignored);
+  }
+  std::string root;
 } g_privateFolders;
 }  // namespace
 #endif
