@@ -260,3 +260,23 @@ TEST(DomainString, IsCheckedForLengthAndControlCharacters) {
 }
 
 }  // namespace
+
+namespace {
+
+// -49: the record went out but the reply could not be signed, so the client
+// is told to back off (503) while the server already has the registration.
+TEST_F(Handlers, ARegistrationWhoseReplyCannotBeSignedIs503AfterTheSend) {
+  peer::Reply refused;
+  refused.make = [](const peer::Received& r) {
+    return peer::Builder().Prologue(r.message.command, r.message.identifier).I32(-1).WString(u"").U32(0).bytes();
+  };
+  peer_.Script(u"CMDHSAV2_DATA", refused);
+  Response response = Get(Registration("&SA_ISR=CN%3Dx&SA_SN=01"));
+  EXPECT_EQ(response.status, 503);
+  auto received = peer_.WaitFor(2);
+  ASSERT_EQ(received.size(), 2u);
+  EXPECT_EQ(received[0].message.command, u"CMDHLV2_CLN_ON_START");
+  EXPECT_EQ(received[1].message.command, u"CMDHSAV2_DATA");
+}
+
+}  // namespace
