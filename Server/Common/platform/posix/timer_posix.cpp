@@ -26,13 +26,13 @@ bool WaitableTimer::Arm(uint32_t dueMs) {
     SetLastError(kErrorInvalidHandle);
     return false;
   }
-  itimerspec spec{};
+  itimerspec due{};
   // A due time of 0 fires at once; timerfd takes an all-zero value as "disarm".
-  spec.it_value.tv_sec = dueMs / 1000;
-  spec.it_value.tv_nsec = dueMs % 1000 * 1000000L + (dueMs == 0 ? 1 : 0);
+  due.it_value.tv_sec = dueMs / 1000;
+  due.it_value.tv_nsec = dueMs % 1000 * 1000000L + (dueMs == 0 ? 1 : 0);
   // Re-arming clears an expiry that nobody consumed: the timer is
   // non-signalled again until its new due time, as SetWaitableTimer does.
-  if (::timerfd_settime(handle_, 0, &spec, nullptr) != 0) {
+  if (::timerfd_settime(handle_, 0, &due, nullptr) != 0) {
     SetLastError(ErrorFromErrno(errno));
     return false;
   }
@@ -44,8 +44,8 @@ bool WaitableTimer::Cancel() {
     SetLastError(kErrorInvalidHandle);
     return false;
   }
-  itimerspec spec{};
-  return ::timerfd_settime(handle_, 0, &spec, nullptr) == 0;
+  itimerspec due{};
+  return ::timerfd_settime(handle_, 0, &due, nullptr) == 0;
 }
 
 void WaitableTimer::Close() {
