@@ -17,7 +17,7 @@
 
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/ser_MsgSerializer.h"
-#include "test_peer.h"
+#include "service_peer.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ void FillHeartbeat(CMsgSerializer& message) {
 }
 
 void BM_SmallOneWaySend(benchmark::State& state) {
-  peer::TestPeer service({u"Vanta Labs VGCR Command Handler Manager"}, 4);
+  peer::ServicePeer service({u"Vanta Labs VGCR Command Handler Manager"}, 4);
   service.SetKeepRecords(false);
   if (!service.Start()) state.SkipWithError("peer did not start");
   for (auto _ : state) {
@@ -57,7 +57,7 @@ void BM_SmallOneWaySend(benchmark::State& state) {
 BENCHMARK(BM_SmallOneWaySend)->UseRealTime();
 
 void BM_RoundTrip(benchmark::State& state) {
-  peer::TestPeer service({u"Vanta Labs VGCR Command Handler Manager"}, 4);
+  peer::ServicePeer service({u"Vanta Labs VGCR Command Handler Manager"}, 4);
   service.SetKeepRecords(false);
   peer::Reply reply;
   reply.make = [](const peer::Received& r) {

@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "test_peer.h"
+#include "service_peer.h"
 
 int main(int argc, char** argv) {
   const uint32_t delayMs = argc > 1 ? static_cast<uint32_t>(std::atoi(argv[1])) : 5;
-  peer::TestPeer service({u"Vanta Labs VGCR Command Handler2 Manager"}, 32);
+  peer::ServicePeer service({u"Vanta Labs VGCR Command Handler2 Manager"}, 32);
   service.SetKeepRecords(false);
   peer::Reply reply;
   reply.delayMs = delayMs;

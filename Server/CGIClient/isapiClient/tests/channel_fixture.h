@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "channel/channel_Settings.h"
-#include "test_peer.h"
+#include "service_peer.h"
 
 class WithServicePeer : public ::testing::Test {
  protected:
@@ -20,5 +20,5 @@ class WithServicePeer : public ::testing::Test {
     SetChannelReplyTimeoutMs(0);
   }
 
-  peer::TestPeer peer_;
+  peer::ServicePeer peer_;
 };

@@ -80,28 +80,6 @@ TEST_F(Channel, RoundTripLoadsTheReplyIntoTheSameSerializer) {
   EXPECT_EQ(echoed, identifier) << "the service answered on the pipe named by the identifier";
 }
 
-TEST_F(Channel, SigningRoundTripGoesToTheSecondServicePipe) {
-  peer_.Script(u"CMDHSAV2_DATA", EchoReply(1));
-  CMsgSerializer message(u"CMDHSAV2_DATA");
-  ASSERT_TRUE(cmdal2_SendAndRecvHandler2(message, message.Identifier().c_str()));
-  auto received = peer_.WaitFor(1);
-  ASSERT_EQ(received.size(), 1u);
-  EXPECT_EQ(received[0].pipe, u"Vanta Labs VGCR Command Handler2 Manager");
-}
-
-TEST_F(Channel, LongReplyIsCollectedWhole) {
-  Reply reply;
-  reply.make = [](const peer::Received& r) {
-    return Builder().Prologue(r.message.command, r.message.identifier).WString(std::u16string(3000, u'z')).bytes();
-  };
-  peer_.Script(u"CMDHLV2_CLN_RQ_UPD", reply);
-  CMsgSerializer message(u"CMDHLV2_CLN_RQ_UPD");
-  ASSERT_TRUE(cmdal2_SendAndRecv(message, message.Identifier().c_str()));
-  std::u16string text;
-  ASSERT_TRUE(ser::ReadWString(message, &text));
-  EXPECT_EQ(text, std::u16string(3000, u'z'));
-}
-
 struct FaultCase {
   const char* label;
   ReplyKind kind;
@@ -144,21 +122,6 @@ INSTANTIATE_TEST_SUITE_P(Table, RoundTripFaults,
                                            FaultCase{"slow_but_in_time", ReplyKind::kReply, 0, 300, true},
                                            FaultCase{"too_slow", ReplyKind::kReply, 0, 4000, false}),
                          [](const auto& param_info) { return std::string(param_info.param.label); });
-
-TEST_F(Channel, ReplyWhoseFieldRunsPastTheEndFailsCleanly) {
-  Reply reply;
-  reply.make = [](const peer::Received& r) {
-    return Builder().Prologue(r.message.command, r.message.identifier).Raw({100, 0, 0, 0, 1, 2, 3}).bytes();
-  };
-  peer_.Script(u"CMDHLV2_CLN_ON_PROTECTION_STATUS", reply);
-  CMsgSerializer message(u"CMDHLV2_CLN_ON_PROTECTION_STATUS");
-  ASSERT_TRUE(cmdal2_SendAndRecv(message, message.Identifier().c_str())) << "the prologue itself is whole";
-  int32_t value = 0;
-  EXPECT_FALSE(ser::ReadI32(message, &value)) << "an item too long for an integer is only a size answer";
-  std::u16string text;
-  EXPECT_THROW(ser::ReadWString(message, &text), CIPCMsgBufferException)
-      << "the handler's boundary catches this and answers -5";
-}
 
 TEST_F(Channel, ConcurrentRoundTripsEachGetTheirOwnReply) {
   peer_.Script(u"CMDHLV2_HEARTBEAT_NOTIFY", EchoReply(3));

@@ -175,13 +175,4 @@ TEST_F(Cmdal, WarningSetterTracesItsValueAndResult) {
   EXPECT_EQ(capture.Count("[cmdal_SetClinetCfg_WarningSetting] result:[1]"), 1);
 }
 
-TEST(CmdalWithoutService, ReadersAndWritersFail) {
-  TraceCapture capture;
-  std::u16string out;
-  EXPECT_FALSE(cmdal_GetIniGlobalSetting(kUid, &out));
-  EXPECT_FALSE(cmdal_SetStatFlag(kUid, 1));
-  EXPECT_EQ(capture.Count("init pipe client [Vanta Labs VGCR Command Handler Manager] failed! err=[2]"), 1);
-  EXPECT_EQ(capture.Count("[cmdal_SetStatFlag] result:[0]"), 1);
-}
-
 }  // namespace

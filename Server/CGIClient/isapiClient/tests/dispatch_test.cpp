@@ -167,13 +167,6 @@ TEST_F(Dispatch, AFailedSignatureIs503) {
   EXPECT_EQ(response.status, 503) << "a silent signing service, bounded by the reply time-out";
 }
 
-TEST_F(Dispatch, CertificateParametersOverTheirLimitsLeaveTheReplyUnsigned) {
-  Response response = Send(InProcessHost::Get("requestid=206&SA_ISR=x&SA_SN=" + std::string(41, '1')));
-  EXPECT_EQ(response.body, "-2");
-  EXPECT_FALSE(response.HasHeader("SA_SG"));
-  EXPECT_TRUE(peer_.All().empty()) << "no signing request";
-}
-
 // One mode at a time: the adapter mode is one value for the whole process,
 // so a server mixing both modes at once is not supported (by design).
 TEST_F(Dispatch, ConcurrentRequestsInEachMode) {
@@ -192,13 +185,6 @@ TEST_F(Dispatch, ConcurrentRequestsInEachMode) {
     for (auto& t : threads) t.join();
     EXPECT_EQ(right.load(), 80) << (adapter ? "adapter" : "IIS");
   }
-}
-
-TEST_F(Dispatch, AdapterModeSetsThePathsAndIsRemembered) {
-  isapi::Exchange exchange(InProcessHost::Get("requestid=206", true));
-  EXPECT_EQ(LinkedEntryPoints().httpExtensionProc(exchange.Ecb()), DWORD{HSE_STATUS_SUCCESS});
-  EXPECT_STREQ(exchange.Ecb()->lpszPathInfo, "/vigilcrest/cgi/isapiClient.dll");
-  EXPECT_EQ(TheExtension().AdapterModeSeen(), true);
 }
 
 TEST(AdapterHandshake, OnlyEventsWithThePrefixAreSignalled) {

@@ -39,25 +39,4 @@ TEST(Exchange, ServerVariablesAnExtensionAsksFor) {
   EXPECT_EQ(plat::LastError(), plat::kErrorInsufficientBuffer);
 }
 
-TEST(Exchange, TheBodyBeyondThePreloadComesThroughReadClient) {
-  isapi::Request request;
-  request.method = "POST";
-  request.body = "0123456789";
-  request.preload = 4;
-  isapi::Exchange exchange(request);
-  EXTENSION_CONTROL_BLOCK* ecb = exchange.Ecb();
-  EXPECT_EQ(ecb->cbTotalBytes, 10u);
-  EXPECT_EQ(ecb->cbAvailable, 4u);
-  char buffer[16];
-  DWORD size = 3;
-  ASSERT_TRUE(ecb->ReadClient(ecb->ConnID, buffer, &size));
-  EXPECT_EQ(std::string(buffer, size), "456");
-  size = 16;
-  ASSERT_TRUE(ecb->ReadClient(ecb->ConnID, buffer, &size));
-  EXPECT_EQ(std::string(buffer, size), "789");
-  size = 16;
-  ASSERT_TRUE(ecb->ReadClient(ecb->ConnID, buffer, &size));
-  EXPECT_EQ(size, 0u) << "the end";
-}
-
 }  // namespace

@@ -91,12 +91,4 @@ TEST(DiskGuard, ReadsItsOwnFieldOrderAndHandsTheStatusOn) {
             1);
 }
 
-TEST(DiskGuard, WithoutARecordTheDefaultIsHandedOn) {
-  GuardCaches caches;
-  g_now = 123456;
-  uint32_t slot = 0;
-  CheckDiskThreshold(caches, FakeTick, &slot);
-  EXPECT_EQ(slot, 1700u);
-}
-
 }  // namespace

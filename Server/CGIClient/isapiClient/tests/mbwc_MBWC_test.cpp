@@ -53,11 +53,4 @@ TEST(WCToMBString, GrowsToFitAnyLength) {
   EXPECT_FALSE(MBWC::WCToMBString(nullptr, &out));
 }
 
-TEST(MBWC, NullAndEmptyArgumentsAreRefusedQuietly) {
-  char16_t out[4];
-  EXPECT_EQ(MBWC::MBToWC(nullptr, out, 4, 1252, 0), 0);
-  EXPECT_EQ(MBWC::MBToWC("a", nullptr, 4, 1252, 0), 0);
-  EXPECT_EQ(MBWC::MBToWC("a", out, 0, 1252, 0), 0);
-}
-
 }  // namespace

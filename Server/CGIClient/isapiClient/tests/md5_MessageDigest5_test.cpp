@@ -45,13 +45,6 @@ TEST(MD5, PiecewiseUpdatesEqualOneUpdate) {
   }
 }
 
-TEST(HexFormat, UpperCaseDigits) {
-  const uint8_t bytes[] = {0x00, 0x0A, 0xFF, 0x9c};
-  EXPECT_EQ(HexFormat::Bytes(bytes, 4), "000AFF9C");
-  EXPECT_EQ(HexFormat::Word(0x1a2b), "00001A2B");
-  EXPECT_EQ(HexFormat::Word(0xFFFF0022u), "FFFF0022");
-}
-
 #if defined(VGCR_HAVE_OPENSSL_ORACLE)
 TEST(MD5, AgreesWithOpenSsl) {
   std::mt19937 random(99);

@@ -28,12 +28,6 @@ TEST(Replies, CodeAndTimeIsZeroPaddedToTenDigits) {
   }
 }
 
-TEST(Replies, CodeReplyIsTheSignedDecimal) {
-  Sink sink;
-  ASSERT_TRUE(WriteCodeReply(sink.params, sink.response, -65502));
-  EXPECT_EQ(sink.Sent().body, "-65502");
-}
-
 TEST(Replies, WideTextIsConvertedToTheAnsiCodePage) {
   Sink sink;
   ASSERT_TRUE(WriteWideTextReply(sink.params, sink.response, u"[Polling_Response]\r\ncaf\u00E9"));
@@ -64,10 +58,6 @@ TEST_F(ConfigRecord, RemovalSendsTheFixed128ByteRecord) {
             u"3F2504E0-4F89-11D3-9A0C-0305E82C3301") << "cut to 36 characters and a NUL";
   EXPECT_EQ(peer::AsWString(peer::Bytes(block.begin() + 78, block.begin() + 94)), u"6.0.123") << "8 units with the NUL";
   for (std::size_t i = 94; i < 128; ++i) EXPECT_EQ(block[i], 0) << i;
-}
-
-TEST(ConfigRecordWithoutService, FailureIsReported) {
-  EXPECT_FALSE(RemoveConfigRecord(u"uid", 65));
 }
 
 }  // namespace

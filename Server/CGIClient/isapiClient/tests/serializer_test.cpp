@@ -55,11 +55,6 @@ TEST(MsgSerializer, EmptyRecordIsTheFourPrologueItemsAlone) {
   EXPECT_EQ(peer::AsWString(items[3]).rfind(u"0105X", 0), 0u);
 }
 
-TEST(MsgSerializer, MissingCommandNameIsWrittenAsNULL) {
-  CMsgSerializer message(nullptr);
-  EXPECT_EQ(message.CommandName(), u"NULL");
-}
-
 TEST(Serializer, FieldKindsHaveTheirLengthWords) {
   CMsgSerializer message(u"X");
   const uint32_t start = message.GetSize();
@@ -92,30 +87,6 @@ TEST(Serializer, ReadAnswersSizeQueriesAndZeroFills) {
   EXPECT_TRUE(message.Read(large, &size));
   EXPECT_EQ(std::string(large, 10), std::string("abcdef\0\0\0\0", 10));
   EXPECT_FALSE(message.Read(large, nullptr));
-}
-
-TEST(Serializer, RecordsStreamThroughTheirOwnOperations) {
-  struct Pair : ISerializable {
-    uint32_t number = 0;
-    std::u16string name;
-    bool Serialize(ISerializer& s) override { return ser::WriteU32(s, number) && ser::WriteWString(s, name); }
-    bool Deserialize(ISerializer& s) override { return ser::ReadU32(s, &number) && ser::ReadWString(s, &name); }
-  };
-  Pair out;
-  out.number = 4464;
-  out.name = u"caf\u00E9";
-  CMsgSerializer sender(u"PAIR");
-  sender << out;
-  Bytes wire = WireOf(sender);
-
-  CMsgSerializer receiver;
-  ASSERT_TRUE(receiver.Load(wire.data(), static_cast<uint32_t>(wire.size())));
-  EXPECT_EQ(receiver.CommandName(), u"PAIR");
-  EXPECT_EQ(receiver.Identifier(), sender.Identifier());
-  Pair in;
-  receiver >> in;
-  EXPECT_EQ(in.number, 4464u);
-  EXPECT_EQ(in.name, u"caf\u00E9");
 }
 
 TEST(Serializer, HeaderItemLongerThan16BytesIsNotTakenAsTheHeader) {

@@ -69,14 +69,4 @@ TEST(Format, MismatchedArgumentsStayVisibleAndSafe) {
   EXPECT_EQ(W(u"extra", 1, 2), "extra");
 }
 
-TEST(Format, OutputIsCutAndAlwaysTerminated) {
-  char16_t out[8];
-  std::size_t n = fmt16::Format(out, 8, u"%s", u"0123456789");
-  EXPECT_EQ(n, 7u);
-  EXPECT_EQ(std::u16string(out), u"0123456");
-  char one[1];
-  EXPECT_EQ(fmt16::Format(one, 1, "%d", 123), 0u);
-  EXPECT_EQ(one[0], '\0');
-}
-
 }  // namespace

@@ -56,12 +56,6 @@ TEST(CodePage, LengthQueryCountsTheTerminatorOfANulTerminatedSource) {
   EXPECT_EQ(MultiByteToWide(kCpUtf8, 0, "\xE2\x82\xAC", 3, nullptr, 0), 1);
 }
 
-TEST(CodePage, LengthQueryOfALongTextIsExact) {
-  std::string text(5000, 'x');
-  text += "\xC3\xA9";
-  EXPECT_EQ(MultiByteToWide(kCpUtf8, 0, text.c_str(), -1, nullptr, 0), 5002);
-}
-
 TEST(CodePage, TooSmallDestinationFailsWithInsufficientBuffer) {
   char16_t wide[3];
   SetLastError(0);
@@ -92,15 +86,6 @@ TEST(CodePage, CharacterOutsideASingleByteCodePageBecomesQuestionMark) {
   EXPECT_EQ(std::string(narrow, static_cast<std::size_t>(n)), "a?b");
 }
 
-
-TEST(CodePage, BadArgumentsAreRefused) {
-  char16_t wide[4];
-  EXPECT_EQ(MultiByteToWide(1252, 0, nullptr, 3, wide, 4), 0);
-  EXPECT_EQ(LastError(), kErrorInvalidParameter);
-  EXPECT_EQ(MultiByteToWide(1252, 0, "abc", 0, wide, 4), 0);
-  EXPECT_EQ(LastError(), kErrorInvalidParameter);
-  EXPECT_EQ(MultiByteToWide(12345, 0, "abc", 3, wide, 4), 0);
-}
 
 #if !defined(_WIN32)
 // Windows refuses these flags for UTF-8 (Wine lets them pass).

@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "test_peer.h"
+#include "service_peer.h"
 
 extern char** environ;
 
@@ -182,23 +182,6 @@ TEST(IsapiHost, TheDefaultsAdmitTheLongestRegistration) {
   EXPECT_EQ(Body(Get(host.port(), query)), "-2");
 }
 
-TEST(IsapiHost, ConcurrentClients) {
-  for (bool adapter : {false, true}) {
-    Host host(adapter ? std::vector<std::string>{"--adapter"} : std::vector<std::string>{});
-    ASSERT_TRUE(host.ready());
-    std::atomic<int> right{0};
-    std::vector<std::thread> clients;
-    for (int t = 0; t < 8; ++t) {
-      clients.emplace_back([&] {
-        for (int i = 0; i < 25; ++i) right += Body(Get(host.port(), "requestid=206")) == "-2";
-      });
-    }
-    for (auto& c : clients) c.join();
-    EXPECT_EQ(right.load(), 200) << (adapter ? "adapter" : "IIS");
-    EXPECT_EQ(host.Stop(), 0);
-  }
-}
-
 }  // namespace
 
 namespace {
@@ -206,7 +189,7 @@ namespace {
 // A registration and a poll over real HTTP, through isapi-host and the
 // extension, to a stand-in service on the pipes.
 TEST(IsapiHostEndToEnd, ARegistrationArrivesByteExactAndAPollIsAnswered) {
-  peer::TestPeer service;
+  peer::ServicePeer service;
   peer::Reply heartbeat;
   heartbeat.make = [](const peer::Received& r) {
     peer::Bytes block = r.message.fields.at(0);

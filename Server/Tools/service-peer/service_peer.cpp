@@ -1,4 +1,4 @@
-#include "test_peer.h"
+#include "service_peer.h"
 
 #include <chrono>
 #include <random>
@@ -19,24 +19,24 @@ std::u16string Received::ReplyPipe() const {
   return text.size() > 1 ? text[1] : std::u16string();
 }
 
-struct TestPeer::Listener {
+struct ServicePeer::Listener {
   std::u16string pipe;
   plat::PipeServerEnd end;
   bool connected = false;
   std::thread thread;
 };
 
-TestPeer::TestPeer(std::vector<std::u16string> pipes, uint32_t instancesPerPipe)
+ServicePeer::ServicePeer(std::vector<std::u16string> pipes, uint32_t instancesPerPipe)
     : pipes_(std::move(pipes)), instancesPerPipe_(instancesPerPipe) {}
 
-TestPeer::~TestPeer() { Stop(); }
+ServicePeer::~ServicePeer() { Stop(); }
 
-std::vector<std::u16string> TestPeer::DefaultPipes() {
+std::vector<std::u16string> ServicePeer::DefaultPipes() {
   return {u"Vanta Labs VGCR Command Handler Manager", u"Vanta Labs VGCR Command Handler2 Manager",
           u"VgcServerNamePipe", u"VgcThreatLogServerNamePipe"};
 }
 
-bool TestPeer::Start() {
+bool ServicePeer::Start() {
   if (!stop_.Create(nullptr, false)) return false;
   stopping_ = false;
   // Every instance is listening before Start returns (Wine turns clients
@@ -58,7 +58,7 @@ bool TestPeer::Start() {
   return true;
 }
 
-void TestPeer::Stop() {
+void ServicePeer::Stop() {
   if (listeners_.empty()) return;
   stopping_ = true;
   stop_.Set();
@@ -95,7 +95,7 @@ bool WaitReady(plat::PipeServerEnd& end, const plat::Event& stop) {
 
 }  // namespace
 
-void TestPeer::Serve(Listener& l) {
+void ServicePeer::Serve(Listener& l) {
   while (!stopping_) {
     if (!l.connected) {
       bool done = false;
@@ -133,7 +133,7 @@ void TestPeer::Serve(Listener& l) {
   }
 }
 
-void TestPeer::Record(Received received) {
+void ServicePeer::Record(Received received) {
   received.version2 = IsVersion2(received.bytes);
   if (received.version2) {
     received.message = DecodeMessage(received.bytes, deleteSpillFiles_);
@@ -166,7 +166,7 @@ void TestPeer::Record(Received received) {
   arrived_.notify_all();
 }
 
-void TestPeer::Answer(const Received& received, const Reply& reply) {
+void ServicePeer::Answer(const Received& received, const Reply& reply) {
   if (reply.delayMs) {
     if (stop_.Wait(reply.delayMs) == plat::kWaitObject0) return;
   }
@@ -196,23 +196,23 @@ void TestPeer::Answer(const Received& received, const Reply& reply) {
   }
 }
 
-void TestPeer::Script(const std::u16string& command, Reply reply) {
+void ServicePeer::Script(const std::u16string& command, Reply reply) {
   std::lock_guard lock(mutex_);
   scripts_[command] = std::move(reply);
 }
 
-std::vector<Received> TestPeer::WaitFor(std::size_t count, uint32_t timeoutMs) {
+std::vector<Received> ServicePeer::WaitFor(std::size_t count, uint32_t timeoutMs) {
   std::unique_lock lock(mutex_);
   arrived_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return received_.size() >= count; });
   return received_;
 }
 
-std::vector<Received> TestPeer::All() {
+std::vector<Received> ServicePeer::All() {
   std::lock_guard lock(mutex_);
   return received_;
 }
 
-void TestPeer::Clear() {
+void ServicePeer::Clear() {
   std::lock_guard lock(mutex_);
   received_.clear();
 }

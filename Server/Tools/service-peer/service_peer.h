@@ -1,4 +1,4 @@
-// A stand-in for the server's command-handler service, for tests: it listens
+// A stand-in for the server's command-handler service: it listens
 // on the service pipes and the notification pipes, decodes what arrives
 // (with wire_format, independently of the channel), records it, and answers
 // round trips as a test scripts it: a reply, a delay, garbage, a truncated
@@ -45,12 +45,12 @@ struct Reply {
   std::size_t pieceSize = 1024;   // how much one pipe message carries
 };
 
-class TestPeer {
+class ServicePeer {
  public:
-  explicit TestPeer(std::vector<std::u16string> pipes = DefaultPipes(), uint32_t instancesPerPipe = 2);
-  ~TestPeer();
-  TestPeer(const TestPeer&) = delete;
-  TestPeer& operator=(const TestPeer&) = delete;
+  explicit ServicePeer(std::vector<std::u16string> pipes = DefaultPipes(), uint32_t instancesPerPipe = 2);
+  ~ServicePeer();
+  ServicePeer(const ServicePeer&) = delete;
+  ServicePeer& operator=(const ServicePeer&) = delete;
 
   static std::vector<std::u16string> DefaultPipes();
 
