@@ -7,6 +7,7 @@
 #include "platform/diagnostics.h"
 #include "platform/machine_config.h"
 #include "platform/temp_file.h"
+#include "platform/text.h"
 #include "support/dbg_Trace.h"
 #include "support/str_Format.h"
 
@@ -39,24 +40,14 @@ std::u16string FolderKey(std::u16string folder) {
   return folder;
 }
 
-bool EqualsIgnoringAsciiCase(std::u16string_view a, std::u16string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    char16_t x = a[i] >= u'A' && a[i] <= u'Z' ? static_cast<char16_t>(a[i] + 32) : a[i];
-    char16_t y = b[i] >= u'A' && b[i] <= u'Z' ? static_cast<char16_t>(b[i] + 32) : b[i];
-    if (x != y) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 bool CIPCMsgBuffer::IsSpillFilePath(const std::u16string& path) {
   std::size_t cut = path.find_last_of(u"\\/");
   if (cut == std::u16string::npos) return false;
   std::u16string_view name = std::u16string_view(path).substr(cut + 1);
-  if (name.size() < 7 || !EqualsIgnoringAsciiCase(name.substr(0, 3), u"mst") ||
-      !EqualsIgnoringAsciiCase(name.substr(name.size() - 4), u".tmp") || name.find(u"..") != name.npos) {
+  if (name.size() < 7 || !plat::EqualsIgnoringAsciiCase(name.substr(0, 3), u"mst") ||
+      !plat::EqualsIgnoringAsciiCase(name.substr(name.size() - 4), u".tmp") || name.find(u"..") != name.npos) {
     return false;
   }
   const std::u16string folder = FolderKey(path.substr(0, cut));

@@ -6,19 +6,13 @@
 #include "platform/errors.h"
 #include "platform/event.h"
 #include "platform/process.h"
+#include "platform/text.h"
 #include "support/dbg_Trace.h"
 #include "support/str_Format.h"
 
 namespace {
 
 constexpr char16_t kTraceSource[] = u".\\isapi_Client";
-
-// The event names are ASCII: widen them without a code page.
-void Widen(const char* text, char16_t* out, std::size_t capacity) {
-  std::size_t i = 0;
-  for (; text[i] && i + 1 < capacity; ++i) out[i] = static_cast<unsigned char>(text[i]);
-  out[i] = u'\0';
-}
 
 }  // namespace
 
@@ -65,10 +59,8 @@ DWORD CisapiClientExtension::HttpExtensionProc(EXTENSION_CONTROL_BLOCK* ecb) {
   std::snprintf(eventName, sizeof eventName, "%s%d", kAdapterEventPrefix, static_cast<int>(plat::CurrentThreadId()));
   ecb->lpszPathInfo = const_cast<char*>(kAdapterPath);
   ecb->lpszPathTranslated = eventName;
-  char16_t wideName[256];
-  Widen(eventName, wideName, 256);
   plat::Event done;
-  if (!done.Create(wideName, false)) {
+  if (!done.Create(plat::Widen(eventName).c_str(), false)) {
     VGCR_TRACE(2, u"[isapiClient] create terminate event failed = %d", plat::LastError());
     return HSE_STATUS_ERROR;
   }
@@ -96,8 +88,6 @@ void SignalAdapterEvent(EXTENSION_CONTROL_BLOCK* ecb) {
   if (!adapterMode.load(std::memory_order_relaxed) || ecb == nullptr || ecb->lpszPathTranslated == nullptr) return;
   const std::size_t prefix = std::strlen(kAdapterEventPrefix);
   if (std::strncmp(ecb->lpszPathTranslated, kAdapterEventPrefix, prefix) != 0) return;
-  char16_t wideName[256];
-  Widen(ecb->lpszPathTranslated, wideName, 256);
   plat::Event event;
-  if (event.Open(wideName)) event.Set();
+  if (event.Open(plat::Widen(ecb->lpszPathTranslated).c_str())) event.Set();
 }

@@ -2,18 +2,9 @@
 
 #include <cstring>
 
-namespace {
+#include "platform/text.h"
 
-bool EqualsIgnoringCase(const std::string& a, const char* b) {
-  std::size_t n = std::strlen(b);
-  if (a.size() != n) return false;
-  for (std::size_t i = 0; i < n; ++i) {
-    char x = a[i] >= 'A' && a[i] <= 'Z' ? static_cast<char>(a[i] + 32) : a[i];
-    char y = b[i] >= 'A' && b[i] <= 'Z' ? static_cast<char>(b[i] + 32) : b[i];
-    if (x != y) return false;
-  }
-  return true;
-}
+namespace {
 
 const char* ReasonPhrase(int status) {
   switch (status) {
@@ -33,7 +24,7 @@ CHttpResponse::CHttpResponse(EXTENSION_CONTROL_BLOCK* ecb) : ecb_(ecb) { buffer_
 bool CHttpResponse::SetHeader(const char* name, const char* value) {
   if (headersSent_) return false;
   for (auto& header : headers_) {
-    if (EqualsIgnoringCase(header.first, name)) {
+    if (plat::EqualsIgnoringAsciiCase(header.first, name)) {
       header.second = value;
       return true;
     }
@@ -44,7 +35,7 @@ bool CHttpResponse::SetHeader(const char* name, const char* value) {
 
 const std::string* CHttpResponse::Header(const char* name) const {
   for (const auto& header : headers_) {
-    if (EqualsIgnoringCase(header.first, name)) return &header.second;
+    if (plat::EqualsIgnoringAsciiCase(header.first, name)) return &header.second;
   }
   return nullptr;
 }

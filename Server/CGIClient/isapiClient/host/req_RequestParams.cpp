@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "platform/codepage.h"
+#include "platform/text.h"
 #include "support/mbwc_MBWC.h"
 #include "support/utf_Converter.h"
 
@@ -61,11 +62,7 @@ std::size_t RequestParams::NameHash::operator()(const std::string& name) const {
 }
 
 bool RequestParams::NameEqual::operator()(const std::string& a, const std::string& b) const {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (Upper(static_cast<unsigned char>(a[i])) != Upper(static_cast<unsigned char>(b[i]))) return false;
-  }
-  return true;
+  return plat::EqualsIgnoringAsciiCase(a, b);
 }
 
 void RequestParams::Parse(const char* text, std::size_t length) {

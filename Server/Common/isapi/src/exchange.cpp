@@ -14,12 +14,6 @@ namespace {
 
 constexpr uint32_t kErrorInvalidIndex = 1413;
 
-bool SameName(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
-         });
-}
-
 // "Accept-Language" -> "HTTP_ACCEPT_LANGUAGE"
 std::string CgiName(const std::string& header) {
   std::string name = "HTTP_";
@@ -33,14 +27,14 @@ Exchange* Of(HCONN conn) { return static_cast<Exchange*>(conn); }
 
 std::string Response::Header(const std::string& name) const {
   for (const auto& [key, value] : headers) {
-    if (SameName(key, name)) return value;
+    if (plat::EqualsIgnoringAsciiCase(key, name)) return value;
   }
   return std::string();
 }
 
 bool Response::HasHeader(const std::string& name) const {
   for (const auto& header : headers) {
-    if (SameName(header.first, name)) return true;
+    if (plat::EqualsIgnoringAsciiCase(header.first, name)) return true;
   }
   return false;
 }

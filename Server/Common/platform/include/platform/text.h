@@ -20,4 +20,22 @@ bool ToUtf8(std::u16string_view text, char* out, std::size_t capacity);
 // ASCII literal to UTF-16, for tests and messages.
 std::u16string Widen(std::string_view ascii);
 
+// Equal but for the case of the ASCII letters (names, headers, suffixes).
+template <typename Char>
+bool EqualsIgnoringAsciiCase(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    Char x = a[i] >= Char('A') && a[i] <= Char('Z') ? Char(a[i] + 32) : a[i];
+    Char y = b[i] >= Char('A') && b[i] <= Char('Z') ? Char(b[i] + 32) : b[i];
+    if (x != y) return false;
+  }
+  return true;
+}
+inline bool EqualsIgnoringAsciiCase(std::string_view a, std::string_view b) {
+  return EqualsIgnoringAsciiCase<char>(a, b);
+}
+inline bool EqualsIgnoringAsciiCase(std::u16string_view a, std::u16string_view b) {
+  return EqualsIgnoringAsciiCase<char16_t>(a, b);
+}
+
 }  // namespace plat
