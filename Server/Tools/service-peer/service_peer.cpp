@@ -19,13 +19,6 @@ std::u16string Received::ReplyPipe() const {
   return text.size() > 1 ? text[1] : std::u16string();
 }
 
-struct ServicePeer::Listener {
-  std::u16string pipe;
-  plat::PipeServerEnd end;
-  bool connected = false;
-  std::thread thread;
-};
-
 ServicePeer::ServicePeer(std::vector<std::u16string> pipes, uint32_t instancesPerPipe)
     : pipes_(std::move(pipes)), instancesPerPipe_(instancesPerPipe) {}
 
@@ -39,21 +32,11 @@ std::vector<std::u16string> ServicePeer::DefaultPipes() {
 bool ServicePeer::Start() {
   if (!stop_.Create(nullptr, false)) return false;
   stopping_ = false;
-  // Every instance is listening before Start returns (Wine turns clients
-  // away until an instance's first connect has started).
   for (const auto& pipe : pipes_) {
-    for (uint32_t i = 0; i < instancesPerPipe_; ++i) {
-      auto listener = std::make_unique<Listener>();
-      listener->pipe = pipe;
-      if (!listener->end.Create(pipe.c_str(), instancesPerPipe_, 1024, 1024, 1000)) return false;
-      listener->connected = listener->end.Connect();
-      if (!listener->connected && plat::LastError() != plat::kErrorIoPending) return false;
-      listeners_.push_back(std::move(listener));
-    }
-  }
-  for (auto& listener : listeners_) {
-    Listener* l = listener.get();
-    l->thread = std::thread([this, l] { Serve(*l); });
+    auto listener = std::make_unique<CPipeListener>(
+        pipe, instancesPerPipe_, [this, pipe](PipeRequest&& request) { Record(pipe, std::move(request)); });
+    if (!listener->Start(stop_)) return false;
+    listeners_.push_back(std::move(listener));
   }
   return true;
 }
@@ -62,9 +45,7 @@ void ServicePeer::Stop() {
   if (listeners_.empty()) return;
   stopping_ = true;
   stop_.Set();
-  for (auto& listener : listeners_) {
-    if (listener->thread.joinable()) listener->thread.join();
-  }
+  for (auto& listener : listeners_) listener->Join();
   listeners_.clear();
   std::vector<std::thread> answers;
   {
@@ -74,66 +55,12 @@ void ServicePeer::Stop() {
   for (auto& t : answers) t.join();
 }
 
-namespace {
-
-// Drops the last client and starts listening for the next one.
-void Relisten(plat::PipeServerEnd& end, bool* connected) {
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    end.Disconnect();
-    *connected = end.Connect();
-    if (*connected || plat::LastError() == plat::kErrorIoPending) return;
-    plat::SleepMs(1);  // a client that came and went before the connect
-  }
-}
-
-// Waits for the listener's operation or the stop event: true when the
-// operation can be completed.
-bool WaitReady(plat::PipeServerEnd& end, const plat::Event& stop) {
-  plat::WaitHandle handles[2] = {end.Ready(), stop.Handle()};
-  return plat::WaitForAny(handles, 2, plat::kInfinite) == plat::kWaitObject0;
-}
-
-}  // namespace
-
-void ServicePeer::Serve(Listener& l) {
-  while (!stopping_) {
-    if (!l.connected) {
-      bool done = false;
-      while (!done) {
-        if (!WaitReady(l.end, stop_)) return;
-        uint32_t ignored = 0;
-        done = l.end.Result(&ignored, false);
-        if (!done && plat::LastError() != plat::kErrorIoIncomplete) break;
-      }
-      if (!done) {  // a client that came and went
-        Relisten(l.end, &l.connected);
-        continue;
-      }
-    }
-    Received received;
-    received.pipe = l.pipe;
-    for (;;) {
-      uint8_t piece[4096];
-      uint32_t n = 0;
-      bool ok = l.end.Read(piece, sizeof piece, &n);
-      if (!ok && plat::LastError() == plat::kErrorIoPending) {
-        if (!WaitReady(l.end, stop_)) {
-          l.end.Cancel();
-          return;
-        }
-        ok = l.end.Result(&n, false);
-      }
-      if (!ok && plat::LastError() != plat::kErrorMoreData) break;
-      if (received.clientPid == 0) l.end.ClientProcessId(&received.clientPid);
-      received.pieceSizes.push_back(n);
-      received.bytes.insert(received.bytes.end(), piece, piece + n);
-    }
-    Relisten(l.end, &l.connected);
-    if (!received.bytes.empty()) Record(std::move(received));
-  }
-}
-
-void ServicePeer::Record(Received received) {
+void ServicePeer::Record(const std::u16string& pipe, PipeRequest&& request) {
+  Received received;
+  received.pipe = pipe;
+  received.bytes = std::move(request.bytes);
+  received.pieceSizes = std::move(request.pieceSizes);
+  received.clientPid = request.clientPid;
   received.version2 = IsVersion2(received.bytes);
   if (received.version2) {
     received.message = DecodeMessage(received.bytes, deleteSpillFiles_);

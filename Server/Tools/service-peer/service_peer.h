@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "channel/pipe_Listener.h"
 #include "platform/event.h"
 #include "wire_format.h"
 
@@ -72,14 +73,12 @@ class ServicePeer {
   void Clear();
 
  private:
-  struct Listener;
-  void Serve(Listener& listener);
-  void Record(Received received);
+  void Record(const std::u16string& pipe, PipeRequest&& request);
   void Answer(const Received& received, const Reply& reply);
 
   std::vector<std::u16string> pipes_;
   uint32_t instancesPerPipe_;
-  std::vector<std::unique_ptr<Listener>> listeners_;
+  std::vector<std::unique_ptr<CPipeListener>> listeners_;
   plat::Event stop_;
   std::atomic<bool> stopping_{false};
   std::atomic<bool> deleteSpillFiles_{true};

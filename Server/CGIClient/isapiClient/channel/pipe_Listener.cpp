@@ -1,0 +1,101 @@
+#include "pipe_Listener.h"
+
+#include "platform/errors.h"
+#include "platform/process.h"
+
+namespace {
+
+constexpr uint32_t kPieceBuffer = 4096;
+
+// Drops the last client and starts listening for the next one.
+void Relisten(plat::PipeServerEnd& end, bool* connected) {
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    end.Disconnect();
+    *connected = end.Connect();
+    if (*connected || plat::LastError() == plat::kErrorIoPending) return;
+    plat::SleepMs(1);  // a client that came and went before the connect
+  }
+}
+
+// Waits for the instance's operation or the stop event: true when the
+// operation can be completed.
+bool WaitReady(plat::PipeServerEnd& end, const plat::Event& stop) {
+  plat::WaitHandle handles[2] = {end.Ready(), stop.Handle()};
+  return plat::WaitForAny(handles, 2, plat::kInfinite) == plat::kWaitObject0;
+}
+
+}  // namespace
+
+CPipeListener::CPipeListener(std::u16string name, uint32_t instances, Handler handler, std::size_t maxRequest)
+    : name_(std::move(name)), count_(instances ? instances : 1), handler_(std::move(handler)), maxRequest_(maxRequest) {}
+
+CPipeListener::~CPipeListener() { Join(); }
+
+bool CPipeListener::Start(const plat::Event& stop) {
+  for (uint32_t i = 0; i < count_; ++i) {
+    auto instance = std::make_unique<Instance>();
+    if (!instance->end.Create(name_.c_str(), count_, 1024, 1024, 1000)) return false;
+    instance->connected = instance->end.Connect();
+    if (!instance->connected && plat::LastError() != plat::kErrorIoPending) return false;
+    instances_.push_back(std::move(instance));
+  }
+  for (auto& instance : instances_) {
+    Instance* it = instance.get();
+    it->thread = std::thread([this, it, &stop] { Serve(*it, stop); });
+  }
+  return true;
+}
+
+void CPipeListener::Join() {
+  for (auto& instance : instances_) {
+    if (instance->thread.joinable()) instance->thread.join();
+  }
+  instances_.clear();
+}
+
+bool CPipeListener::AwaitClient(Instance& instance, const plat::Event& stop) {
+  while (!instance.connected) {
+    if (!WaitReady(instance.end, stop)) return false;
+    uint32_t ignored = 0;
+    if (instance.end.Result(&ignored, false)) {
+      instance.connected = true;
+    } else if (plat::LastError() != plat::kErrorIoIncomplete) {
+      Relisten(instance.end, &instance.connected);  // a client that came and went
+    }
+  }
+  return true;
+}
+
+// Reads until the client closes. False only when the listener stops.
+bool CPipeListener::ReadRequest(Instance& instance, const plat::Event& stop, PipeRequest* request) {
+  uint8_t piece[kPieceBuffer];
+  for (;;) {
+    uint32_t n = 0;
+    bool ok = instance.end.Read(piece, sizeof piece, &n);
+    if (!ok && plat::LastError() == plat::kErrorIoPending) {
+      if (!WaitReady(instance.end, stop)) {
+        instance.end.Cancel();
+        return false;
+      }
+      ok = instance.end.Result(&n, false);
+    }
+    if (!ok && plat::LastError() != plat::kErrorMoreData) return true;
+    if (request->clientPid == 0) instance.end.ClientProcessId(&request->clientPid);
+    if (request->bytes.size() + n > maxRequest_) {
+      request->tooLong = true;  // the rest is read and thrown away
+      continue;
+    }
+    request->pieceSizes.push_back(n);
+    request->bytes.insert(request->bytes.end(), piece, piece + n);
+  }
+}
+
+void CPipeListener::Serve(Instance& instance, const plat::Event& stop) {
+  for (;;) {
+    if (!AwaitClient(instance, stop)) return;
+    PipeRequest request;
+    if (!ReadRequest(instance, stop, &request)) return;
+    Relisten(instance.end, &instance.connected);
+    if (!request.bytes.empty() || request.tooLong) handler_(std::move(request));
+  }
+}
