@@ -21,7 +21,7 @@ struct tagCln_CgiOnStart : ISerializable {
 
 namespace onstart {
 
-enum class Kind : uint8_t { kText, kU8, kU16, kU32 };
+enum class Kind : uint8_t { kText, kU8, kU16, kU32, kI32 };
 
 struct Field {
   const char* key;
@@ -98,7 +98,7 @@ inline constexpr Field kFields[] = {
     {"adguid", 7232, 74, Kind::kText},
     {"addistinguishedname", 7306, 5002, Kind::kText},
     {"buildnum", 12308, 4, Kind::kU32},
-    {"timezone", 12312, 4, Kind::kU32},
+    {"timezone", 12312, 4, Kind::kI32},
     {"wcs_address", 12316, 2050, Kind::kText},
     {"wcs_status", 14368, 4, Kind::kU32},
     {"IN_UNREACHABLE", 14372, 4, Kind::kU32},
@@ -129,7 +129,7 @@ constexpr bool LayoutIsSound() {
     if (f.kind == Kind::kText && f.size % 2 != 0) return false;
     if (f.kind == Kind::kU8 && f.size != 1) return false;
     if (f.kind == Kind::kU16 && f.size != 2) return false;
-    if (f.kind == Kind::kU32 && f.size != 4) return false;
+    if ((f.kind == Kind::kU32 || f.kind == Kind::kI32) && f.size != 4) return false;
     end = std::size_t{f.offset} + f.size;
   }
   return end <= tagCln_CgiOnStart::kSize;

@@ -1,0 +1,14 @@
+// What a command handler works with.
+#pragma once
+
+#include "sig_Signer.h"
+#include "st_Store.h"
+
+namespace cmd {
+
+struct Context {
+  st::Store& store;
+  sig::Signer& signer;
+};
+
+}  // namespace cmd

@@ -1,0 +1,71 @@
+#include "cmd_Dispatch.h"
+
+#include "channel/channel_Settings.h"
+#include "channel/ser_MsgSerializer.h"
+#include "cmd_Inbound.h"
+#include "cmd_Version1.h"
+#include "cmd_Version2.h"
+#include "platform/text.h"
+#include "svc_Log.h"
+#include "channel/util_ipc_msg_buffer.h"
+
+namespace cmd {
+namespace {
+
+// Returns the command's name and what the log line says.
+std::string RunVersion2(Context& context, const std::u16string& pipe, const PipeRequest& request,
+                        std::string* name) {
+  try {
+    CMsgSerializer message;
+    const bool loaded = message.Load(request.bytes.data(), static_cast<uint32_t>(request.bytes.size()));
+    *name = plat::ToUtf8(message.CommandName());
+    if (!loaded) return "dropped: its file " + plat::ToUtf8(message.FilePath()) + " is not a spill file";
+    const Command2* command = FindCommand2(message.CommandName());
+    if (command == nullptr) return "dropped: unknown command";
+    if (pipe != command->pipe) return "dropped: sent to the wrong pipe";
+    Reply2 answer(message.CommandName(), message.Identifier());
+    std::string what = command->handle(context, message, answer);
+    std::string error;
+    if (answer.due() && !answer.Send(&error)) what += "; not answered: " + error;
+    return what;
+  } catch (const CIPCMsgBufferException& e) {
+    return "dropped: malformed message (" + plat::ToUtf8(CIPCMsgBufferException::MessageFor(e.Code())) + ")";
+  } catch (const std::bad_alloc&) {
+    return "dropped: out of memory";
+  }
+}
+
+std::string RunVersion1(Context& context, const std::u16string& pipe, const PipeRequest& request,
+                        std::string* name) {
+  const std::u16string commandName = SplitText(request.bytes, 2)[0];
+  *name = plat::ToUtf8(commandName);
+  const Command1* command = FindCommand1(commandName);
+  if (command == nullptr) return "dropped: unknown command";
+  if (pipe != kCommandHandlerPipe) return "dropped: sent to the wrong pipe";
+  return RunCommand1(context, *command, SplitText(request.bytes, FieldCount(*command)));
+}
+
+}  // namespace
+
+void Dispatch(Context& context, const std::u16string& pipe, PipeRequest&& request) {
+  std::string name = "?";
+  std::string what;
+  if (request.tooLong) {
+    what = "dropped: longer than the service takes";
+  } else {
+    switch (Classify(request.bytes)) {
+      case Form::kVersion2:
+        what = RunVersion2(context, pipe, request, &name);
+        break;
+      case Form::kVersion1:
+        what = RunVersion1(context, pipe, request, &name);
+        break;
+      case Form::kGarbled:
+        what = "dropped: " + std::to_string(request.bytes.size()) + " bytes that are no command";
+        break;
+    }
+  }
+  svc::Log(ShortPipeName(pipe), name, what + " (pid " + std::to_string(request.clientPid) + ")");
+}
+
+}  // namespace cmd

@@ -1,0 +1,54 @@
+#include "cmd_Reply.h"
+
+#include "channel/pipe_Client.h"
+#include "platform/errors.h"
+
+namespace cmd {
+namespace {
+
+bool WriteToReplyPipe(const std::u16string& pipe, const uint8_t* data, uint32_t size, std::string* error) {
+  if (pipe.empty() || pipe.size() > plat::MaxPipeNameLength()) {
+    *error = "no usable reply pipe name";
+    return false;
+  }
+  CPipeClient client;
+  if (!client.Open(pipe.c_str())) {
+    *error = "reply pipe gone (error " + std::to_string(plat::LastError()) + ")";
+    return false;
+  }
+  uint32_t length = size;
+  const bool ok = client.Send(data, &length);
+  if (!ok) *error = "reply cut short (error " + std::to_string(plat::LastError()) + ")";
+  client.Close();
+  return ok;
+}
+
+}  // namespace
+
+ISerializer& Reply2::Fields() {
+  if (!due_) {
+    static constexpr uint8_t kHeader[16] = {0, 0xAC};
+    ser::WriteU32(message_, 1);
+    ser::WriteBlock(message_, kHeader, sizeof kHeader);
+    ser::WriteWString(message_, command_);
+    ser::WriteWString(message_, identifier_);
+    due_ = true;
+  }
+  return message_;
+}
+
+bool Reply2::Send(std::string* error) {
+  return WriteToReplyPipe(identifier_, message_.Buffer().Data(), message_.Buffer().BytesUsed(), error);
+}
+
+bool SendText(const std::u16string& pipe, const std::u16string& text, std::string* error) {
+  std::vector<uint8_t> bytes;
+  bytes.reserve(2 * text.size());
+  for (char16_t c : text) {
+    bytes.push_back(static_cast<uint8_t>(c));
+    bytes.push_back(static_cast<uint8_t>(c >> 8));
+  }
+  return WriteToReplyPipe(pipe, bytes.data(), static_cast<uint32_t>(bytes.size()), error);
+}
+
+}  // namespace cmd

@@ -1,0 +1,35 @@
+// Answers to round trips. The requester listens on a reply pipe of its own;
+// the service connects to it, writes the answer in pieces of at most 1024
+// bytes and closes, which ends the answer.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "channel/ser_Serializer.h"
+
+namespace cmd {
+
+// A version-2 answer: a prologue naming the request it answers (command and
+// identifier), then the reply record's fields. Its pipe is the identifier.
+class Reply2 {
+ public:
+  Reply2(std::u16string command, std::u16string identifier)
+      : command_(std::move(command)), identifier_(std::move(identifier)) {}
+  // The serializer to write the fields to; the prologue is written first.
+  ISerializer& Fields();
+  bool due() const { return due_; }
+  bool Send(std::string* error);
+
+ private:
+  std::u16string command_;
+  std::u16string identifier_;
+  CSerializer message_;
+  bool due_ = false;
+};
+
+// A version-1 reader's answer: UTF-16LE text, no terminator.
+bool SendText(const std::u16string& pipe, const std::u16string& text, std::string* error);
+
+}  // namespace cmd

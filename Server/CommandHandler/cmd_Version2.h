@@ -1,0 +1,26 @@
+// The version-2 commands the service answers, one handler each.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "channel/ser_MsgSerializer.h"
+#include "cmd_Context.h"
+#include "cmd_Reply.h"
+
+namespace cmd {
+
+// A handler reads the message's fields (its cursor stands at the first one)
+// and, for a round trip, writes the answer's fields to `answer`. It returns
+// what the log line says; an answer left unwritten is not sent.
+using Handler2 = std::string (*)(Context& context, CMsgSerializer& message, Reply2& answer);
+
+struct Command2 {
+  const char16_t* name;
+  const char16_t* pipe;  // the pipe it is sent to
+  Handler2 handle;
+};
+
+const Command2* FindCommand2(std::u16string_view name);
+
+}  // namespace cmd

@@ -1,0 +1,84 @@
+// A small face over SQLite: one connection per process, statements prepared
+// once and reused, and transactions that roll back unless committed.
+// Every method is called with the database's lock held (Transaction holds it).
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace db {
+
+class Statement {
+ public:
+  // A null statement (one that did not prepare) fails every call.
+  explicit Statement(sqlite3_stmt* statement) : statement_(statement), failed_(statement == nullptr) {}
+  // Reset when done with, so that no read stays open on the connection.
+  ~Statement() {
+    if (statement_) sqlite3_reset(statement_);
+  }
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+  // Binds by 1-based position; texts are copied.
+  Statement& Bind(int index, int64_t value);
+  Statement& Bind(int index, const std::string& text);
+  Statement& BindNull(int index);
+  // sqlite3_step: true while a row is ready.
+  bool Step();
+  // Runs a statement that returns no rows; false on an error.
+  bool Run();
+  int64_t Int(int column) const;
+  std::string Text(int column) const;
+  bool IsNull(int column) const;
+  int Columns() const;
+  std::string ColumnName(int column) const;
+  bool failed() const { return failed_; }
+
+ private:
+  sqlite3_stmt* statement_;
+  bool failed_;
+};
+
+class Database {
+ public:
+  ~Database();
+  // Opens (creating) the file, in WAL mode with a busy wait, so that a
+  // person may read it with the sqlite3 shell while the service runs.
+  static std::unique_ptr<Database> Open(const std::string& path, std::string* error);
+
+  // Runs one or more statements that return nothing.
+  bool Exec(const std::string& sql);
+  // A prepared statement, reset and cleared, cached by its text.
+  Statement Prepare(const std::string& sql);
+  std::string LastError() const;
+  std::mutex& Lock() { return lock_; }
+
+ private:
+  explicit Database(sqlite3* connection) : connection_(connection) {}
+  sqlite3* connection_;
+  std::map<std::string, sqlite3_stmt*> cache_;
+  std::mutex lock_;
+};
+
+// BEGIN IMMEDIATE under the database's lock; rolled back when it goes out
+// of scope without Commit, so no command leaves half its rows behind.
+class Transaction {
+ public:
+  explicit Transaction(Database& database);
+  ~Transaction();
+  bool ok() const { return begun_; }
+  bool Commit();
+
+ private:
+  Database& database_;
+  std::lock_guard<std::mutex> guard_;
+  bool begun_ = false;
+  bool done_ = false;
+};
+
+}  // namespace db

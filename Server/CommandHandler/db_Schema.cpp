@@ -1,0 +1,171 @@
+#include "db_Schema.h"
+
+#include "handlers/isapi_OnStart.h"
+
+namespace db {
+namespace {
+
+constexpr const char* kNow = "(strftime('%Y-%m-%d %H:%M:%f','now'))";
+
+std::string Quoted(const char* name) { return std::string("\"") + name + "\""; }
+
+std::string ClientsTable() {
+  std::string sql =
+      "CREATE TABLE IF NOT EXISTS clients (\n"
+      "  uid TEXT PRIMARY KEY COLLATE NOCASE,\n"
+      "  first_seen TEXT NOT NULL,\n"
+      "  last_seen TEXT NOT NULL,\n"
+      "  registrations INTEGER NOT NULL DEFAULT 1";
+  for (const onstart::Field& f : onstart::kFields) {
+    if (std::string(f.key) == "uid") continue;
+    sql += ",\n  " + Quoted(f.key) + (f.kind == onstart::Kind::kText ? " TEXT" : " INTEGER");
+  }
+  return sql + "\n);\n";
+}
+
+// One table per log the clients report; the columns are the request keys
+// of each log, kept as the client sent them.
+std::string LogTable(const char* name, std::initializer_list<const char*> keys) {
+  std::string sql = std::string("CREATE TABLE IF NOT EXISTS ") + name +
+                    " (\n  id INTEGER PRIMARY KEY,\n  received TEXT NOT NULL DEFAULT " + kNow +
+                    ",\n  uid TEXT NOT NULL COLLATE NOCASE,\n  release TEXT,\n  record_type INTEGER";
+  for (const char* key : keys) sql += ",\n  " + Quoted(key) + " TEXT";
+  return sql + "\n);\n";
+}
+
+std::string LogTables() {
+  return LogTable("virus_log", {"date", "time", "login", "virus", "file", "compressedfile", "directory",
+                                "infectionsource", "firstaction", "firststatus", "secondaction", "secondstatus"}) +
+         LogTable("url_filtering_log", {"time", "mode", "credlevel", "policy", "credscore", "credscorethreshold",
+                                        "groupcode", "groupname", "realip", "restype"}) +
+         LogTable("dlp_log", {"form", "action", "time", "program", "channel", "template", "user", "dest", "desc",
+                              "templatedisplay", "forensicfilehash", "originalstring"}) +
+         LogTable("callback_log",
+                  {"time", "Head", "Direction", "Port", "LocalHost", "RemoteHost", "Protocol", "Type", "SubType",
+                   "Rear", "Mode", "CredLevel", "CredScore", "ResType", "LocPolicy", "CredScoreThreshold", "LogSrc",
+                   "Action", "CCType", "EndTime", "Count", "Severity", "CCServer", "ProcessName", "StrLocalHost",
+                   "StrRemoteHost", "EventMessage", "GroupCode", "GroupName", "RealIp", "User", "ClientIP"}) +
+         LogTable("restore_item_result", {"restoreTaskId", "restoreItemId", "time", "result", "errorCode"}) +
+         LogTable("scan_operation_log", {"START_DATE", "START_TIME", "FINISH_DATE", "FINISH_TIME", "SCAN_STATUS",
+                                         "SCAN_TYPE", "SCANNED_OBJ", "VIRUS_COUNT", "SPYWARE_COUNT", "MEMO"}) +
+         LogTable("suspicious_object_log",
+                  {"SoData", "SoType", "SoFilename", "SoFilepath", "CompressedFile", "SoSourceType", "SoAction",
+                   "SoScanType", "Time", "FileCreatedTime", "FileModifiedTime", "ScanResult", "login"});
+}
+
+constexpr const char* kStateTables = R"sql(
+CREATE TABLE IF NOT EXISTS protection_status (
+  uid TEXT PRIMARY KEY COLLATE NOCASE,
+  reported TEXT NOT NULL,
+  mask INTEGER NOT NULL,
+  av INTEGER, "as" INTEGER, wr INTEGER, at_office INTEGER, fw INTEGER,
+  aegis INTEGER, dlp INTEGER, ncie INTEGER, ccsf INTEGER
+);
+CREATE TABLE IF NOT EXISTS logon_user (
+  uid TEXT PRIMARY KEY COLLATE NOCASE,
+  reported TEXT NOT NULL,
+  logon_user TEXT NOT NULL,
+  logon_user_uid TEXT NOT NULL
+);
+-- What a heartbeat answers: whether the client has settings of its own,
+-- the newest alert message for it, and how often its settings changed.
+CREATE TABLE IF NOT EXISTS polling_state (
+  uid TEXT PRIMARY KEY COLLATE NOCASE,
+  individual_setting INTEGER NOT NULL DEFAULT 0,
+  message_id INTEGER NOT NULL DEFAULT 0,
+  setting_sequence INTEGER NOT NULL DEFAULT 0,
+  last_poll TEXT,
+  last_request_type INTEGER,
+  debug_info TEXT
+);
+-- Per-client values the version-1 setters write.
+CREATE TABLE IF NOT EXISTS client_config (
+  uid TEXT PRIMARY KEY COLLATE NOCASE,
+  scheduled_update INTEGER,
+  warning_setting INTEGER,
+  policy_id INTEGER,
+  stat_flag INTEGER,
+  config_flags INTEGER NOT NULL DEFAULT 0,
+  updated TEXT
+);
+-- A configuration record is pending from the moment a client's settings
+-- change until the client has fetched them.
+CREATE TABLE IF NOT EXISTS config_records (
+  uid TEXT NOT NULL COLLATE NOCASE,
+  event INTEGER NOT NULL,
+  release TEXT NOT NULL DEFAULT '',
+  created TEXT NOT NULL,
+  PRIMARY KEY (uid, event)
+);
+-- Settings texts: the shipped defaults, and a client's own where it has one.
+CREATE TABLE IF NOT EXISTS section_defaults (
+  section TEXT PRIMARY KEY,
+  text TEXT NOT NULL,
+  loaded TEXT NOT NULL
+);
+CREATE TABLE IF NOT EXISTS client_sections (
+  uid TEXT NOT NULL COLLATE NOCASE,
+  section TEXT NOT NULL,
+  text TEXT NOT NULL,
+  updated TEXT NOT NULL,
+  PRIMARY KEY (uid, section)
+);
+-- Alert messages; a null uid addresses every client.
+CREATE TABLE IF NOT EXISTS alert_messages (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  uid TEXT COLLATE NOCASE,
+  function_type INTEGER NOT NULL DEFAULT 0,
+  text TEXT NOT NULL,
+  created TEXT NOT NULL DEFAULT (strftime('%Y-%m-%d %H:%M:%f','now'))
+);
+CREATE TABLE IF NOT EXISTS firewall_counts (
+  uid TEXT PRIMARY KEY COLLATE NOCASE,
+  updated TEXT NOT NULL,
+  text_field TEXT,
+  firewall_per_hour INTEGER, intrusion_per_hour INTEGER, network_virus_per_hour INTEGER,
+  firewall_total INTEGER, intrusion_total INTEGER, network_virus_total INTEGER
+);
+
+-- The polling state follows the tables it summarises, whoever writes them
+-- (the service, or a person with the shell).
+CREATE TRIGGER IF NOT EXISTS client_section_added AFTER INSERT ON client_sections BEGIN
+  INSERT INTO polling_state (uid, individual_setting, setting_sequence) VALUES (NEW.uid, 1, 1)
+    ON CONFLICT(uid) DO UPDATE SET individual_setting = 1, setting_sequence = setting_sequence + 1;
+END;
+CREATE TRIGGER IF NOT EXISTS client_section_changed AFTER UPDATE ON client_sections BEGIN
+  INSERT INTO polling_state (uid, individual_setting, setting_sequence) VALUES (NEW.uid, 1, 1)
+    ON CONFLICT(uid) DO UPDATE SET individual_setting = 1, setting_sequence = setting_sequence + 1;
+END;
+CREATE TRIGGER IF NOT EXISTS client_section_removed AFTER DELETE ON client_sections BEGIN
+  UPDATE polling_state
+     SET individual_setting = EXISTS (SELECT 1 FROM client_sections WHERE uid = OLD.uid),
+         setting_sequence = setting_sequence + 1
+   WHERE uid = OLD.uid;
+END;
+CREATE TRIGGER IF NOT EXISTS alert_message_added AFTER INSERT ON alert_messages BEGIN
+  UPDATE polling_state SET message_id = NEW.id WHERE NEW.uid IS NULL OR uid = NEW.uid;
+END;
+)sql";
+
+}  // namespace
+
+std::string ClientColumnList() {
+  std::string list;
+  for (const onstart::Field& f : onstart::kFields) {
+    if (std::string(f.key) == "uid") continue;
+    if (!list.empty()) list += ", ";
+    list += Quoted(f.key);
+  }
+  return list;
+}
+
+bool CreateSchema(Database& database, std::string* error) {
+  std::lock_guard lock(database.Lock());
+  const std::string sql = "BEGIN;\n" + ClientsTable() + kStateTables + LogTables() + "COMMIT;";
+  if (database.Exec(sql)) return true;
+  *error = database.LastError();
+  database.Exec("ROLLBACK");
+  return false;
+}
+
+}  // namespace db

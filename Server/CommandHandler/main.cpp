@@ -1,0 +1,67 @@
+// vgcr-cmdhandler: the reference command-handler service.
+#include <signal.h>
+
+#include <cstdio>
+#include <string>
+
+#include "sig_Signer.h"
+#include "svc_Log.h"
+#include "svc_Options.h"
+#include "svc_Service.h"
+
+namespace {
+
+int PrintIdentity(const svc::Options& options) {
+  std::string error;
+  if (!svc::MakeFolder(options.dataFolder, &error)) {
+    std::fprintf(stderr, "vgcr-cmdhandler: %s\n", error.c_str());
+    return 1;
+  }
+  auto signer = sig::Signer::Open(options.dataFolder, &error);
+  if (!signer) {
+    std::fprintf(stderr, "vgcr-cmdhandler: %s\n", error.c_str());
+    return 1;
+  }
+  std::printf("SA_ISR=%s\nSA_SN=%s\ncertificate=%s\n", signer->Issuer().c_str(), signer->Serial().c_str(),
+              signer->CertificatePath().c_str());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  svc::Options options;
+  std::string error;
+  if (!svc::ParseOptions(argc, argv, &options, &error)) {
+    std::fprintf(stderr, "vgcr-cmdhandler: %s\n%s", error.c_str(), svc::Usage());
+    return 2;
+  }
+  if (options.help) {
+    std::fputs(svc::Usage(), stdout);
+    return 0;
+  }
+  if (options.printIdentity) return PrintIdentity(options);
+
+  // The signals are taken by sigwait below; every thread started from here
+  // on inherits the mask. A reply pipe that closes under a write is an
+  // error result, not a signal.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+
+  svc::Service service;
+  if (!service.Start(options, &error)) {
+    svc::Note(error);
+    return 1;
+  }
+  svc::Note("listening; SIGINT or SIGTERM stops");
+  int signalNumber = 0;
+  sigwait(&stopSignals, &signalNumber);
+  svc::Note(std::string("stopping on ") + (signalNumber == SIGINT ? "SIGINT" : "SIGTERM"));
+  service.Stop();
+  svc::Note("stopped");
+  return 0;
+}

@@ -1,0 +1,194 @@
+#include "sig_Signer.h"
+
+#include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rand.h>
+#include <openssl/x509.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "b64_Base64Coder.h"
+#include "platform/text.h"
+
+namespace sig {
+
+struct Signer::Keys {
+  EVP_PKEY* key = nullptr;
+  X509* certificate = nullptr;
+  std::string issuer;
+  std::string serial;
+  ~Keys() {
+    EVP_PKEY_free(key);
+    X509_free(certificate);
+  }
+};
+
+namespace {
+
+constexpr int kKeyBits = 2048;
+constexpr long kValidSeconds = 10L * 365 * 24 * 3600;
+
+std::string OpenSslError(const char* what) {
+  char text[256];
+  ERR_error_string_n(ERR_get_error(), text, sizeof text);
+  return std::string(what) + ": " + text;
+}
+
+std::string NameText(const X509_NAME* name) {
+  BIO* bio = BIO_new(BIO_s_mem());
+  X509_NAME_print_ex(bio, name, 0, XN_FLAG_RFC2253);
+  char* data = nullptr;
+  const long n = BIO_get_mem_data(bio, &data);
+  std::string text(data, static_cast<std::size_t>(n));
+  BIO_free(bio);
+  return text;
+}
+
+std::string SerialText(const X509* certificate) {
+  BIGNUM* number = ASN1_INTEGER_to_BN(X509_get0_serialNumber(certificate), nullptr);
+  char* hex = BN_bn2hex(number);
+  std::string text(hex ? hex : "");
+  OPENSSL_free(hex);
+  BN_free(number);
+  return text;
+}
+
+bool WritePem(const std::string& path, mode_t mode, bool isKey, EVP_PKEY* key, X509* certificate) {
+  const mode_t old = ::umask(0777 & ~mode);
+  FILE* file = std::fopen(path.c_str(), "w");
+  ::umask(old);
+  if (!file) return false;
+  const int ok = isKey ? PEM_write_PrivateKey(file, key, nullptr, nullptr, 0, nullptr, nullptr)
+                       : PEM_write_X509(file, certificate);
+  return std::fclose(file) == 0 && ok == 1;
+}
+
+// A new key and a self-signed certificate for it, written to the folder.
+bool Create(const std::string& folder, std::string* error) {
+  EVP_PKEY* key = EVP_RSA_gen(kKeyBits);
+  X509* certificate = X509_new();
+  bool ok = key && certificate;
+  unsigned char serial[16];
+  if (ok) ok = RAND_bytes(serial, sizeof serial) == 1;
+  serial[0] &= 0x7F;  // a positive serial
+  serial[0] |= 0x10;  // of a fixed length
+  if (ok) {
+    BIGNUM* number = BN_bin2bn(serial, sizeof serial, nullptr);
+    BN_to_ASN1_INTEGER(number, X509_get_serialNumber(certificate));
+    BN_free(number);
+    X509_set_version(certificate, 2);
+    X509_gmtime_adj(X509_getm_notBefore(certificate), 0);
+    X509_gmtime_adj(X509_getm_notAfter(certificate), kValidSeconds);
+    X509_NAME* name = X509_get_subject_name(certificate);
+    X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("Vigilcrest Server"),
+                               -1, -1, 0);
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>("Vigilcrest Reply Signing"), -1, -1, 0);
+    X509_set_issuer_name(certificate, name);
+    ok = X509_set_pubkey(certificate, key) == 1 && X509_sign(certificate, key, EVP_sha256()) > 0;
+  }
+  if (!ok) *error = OpenSslError("cannot create the signing key");
+  if (ok && !WritePem(folder + "/signing-key.pem", 0600, true, key, nullptr)) {
+    ok = false;
+    *error = "cannot write " + folder + "/signing-key.pem";
+  }
+  if (ok && !WritePem(folder + "/signing-cert.pem", 0644, false, nullptr, certificate)) {
+    ok = false;
+    *error = "cannot write " + folder + "/signing-cert.pem";
+  }
+  EVP_PKEY_free(key);
+  X509_free(certificate);
+  return ok;
+}
+
+std::unique_ptr<Signer::Keys> Load(const std::string& folder, std::string* error) {
+  auto keys = std::make_unique<Signer::Keys>();
+  FILE* file = std::fopen((folder + "/signing-key.pem").c_str(), "r");
+  if (file) {
+    keys->key = PEM_read_PrivateKey(file, nullptr, nullptr, nullptr);
+    std::fclose(file);
+  }
+  file = std::fopen((folder + "/signing-cert.pem").c_str(), "r");
+  if (file) {
+    keys->certificate = PEM_read_X509(file, nullptr, nullptr, nullptr);
+    std::fclose(file);
+  }
+  if (!keys->key || !keys->certificate) {
+    *error = "cannot read the signing key and certificate in " + folder;
+    return nullptr;
+  }
+  if (X509_check_private_key(keys->certificate, keys->key) != 1) {
+    *error = "the signing certificate in " + folder + " is not for its key";
+    return nullptr;
+  }
+  keys->issuer = NameText(X509_get_issuer_name(keys->certificate));
+  keys->serial = SerialText(keys->certificate);
+  return keys;
+}
+
+std::string WithoutLeadingZeros(const std::string& hex) {
+  const std::size_t first = hex.find_first_not_of('0');
+  return first == std::string::npos ? "0" : hex.substr(first);
+}
+
+bool Exists(const std::string& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0;
+}
+
+}  // namespace
+
+Signer::Signer(std::string folder) : folder_(std::move(folder)) {}
+Signer::~Signer() = default;
+
+std::unique_ptr<Signer> Signer::Open(const std::string& folder, std::string* error) {
+  if ((!Exists(folder + "/signing-key.pem") || !Exists(folder + "/signing-cert.pem")) && !Create(folder, error))
+    return nullptr;
+  std::unique_ptr<Signer> signer(new Signer(folder));
+  if (!signer->Reload(error)) return nullptr;
+  return signer;
+}
+
+bool Signer::Reload(std::string* error) {
+  auto keys = Load(folder_, error);
+  if (!keys) return false;
+  std::lock_guard lock(lock_);
+  keys_ = std::move(keys);
+  return true;
+}
+
+std::shared_ptr<const Signer::Keys> Signer::Current() const {
+  std::lock_guard lock(lock_);
+  return keys_;
+}
+
+bool Signer::IsOurs(const std::string& issuer, const std::string& serial) const {
+  const auto keys = Current();
+  return plat::EqualsIgnoringAsciiCase(issuer, keys->issuer) &&
+         plat::EqualsIgnoringAsciiCase(WithoutLeadingZeros(serial), WithoutLeadingZeros(keys->serial));
+}
+
+std::string Signer::Sign(const std::vector<uint8_t>& reply, int32_t clientNumber) const {
+  std::vector<uint8_t> signed_bytes(reply);
+  const uint32_t number = static_cast<uint32_t>(clientNumber);
+  for (int i = 0; i < 4; ++i) signed_bytes.push_back(static_cast<uint8_t>(number >> (8 * i)));
+
+  const auto keys = Current();
+  EVP_MD_CTX* context = EVP_MD_CTX_new();
+  std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_get_size(keys->key)));
+  std::size_t length = signature.size();
+  const bool ok = context && EVP_DigestSignInit(context, nullptr, EVP_sha256(), nullptr, keys->key) == 1 &&
+                  EVP_DigestSign(context, signature.data(), &length, signed_bytes.data(), signed_bytes.size()) == 1;
+  EVP_MD_CTX_free(context);
+  return ok ? Base64Coder::Encode(signature.data(), length) : std::string();
+}
+
+std::string Signer::Issuer() const { return Current()->issuer; }
+
+std::string Signer::Serial() const { return Current()->serial; }
+
+}  // namespace sig

@@ -1,0 +1,63 @@
+// What the service keeps about its clients, in the database. Each call is
+// one transaction: it lands whole or not at all. Texts are UTF-8 in the
+// database; uids are compared without regard to case.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "db_Database.h"
+
+namespace st {
+
+struct PollingState {
+  int32_t individualSetting = 0;
+  int32_t messageId = 0;
+  int32_t settingSequence = 0;
+};
+
+// The settings values the version-1 setters write, one column each.
+enum class ClientValue { kScheduledUpdate, kWarningSetting, kPolicyId, kStatFlag };
+
+struct FirewallCounts {
+  std::string textField;
+  int64_t counts[6] = {};  // per hour: firewall, intrusion, network virus; then the same accumulated
+};
+
+class Store {
+ public:
+  explicit Store(db::Database& database) : database_(database) {}
+
+  // The start registration block: inserts the client or refreshes its row
+  // (first_seen kept). *uid is the client's uid from the block.
+  bool Register(const uint8_t* block, std::size_t size, std::string* uid, bool* isNew);
+  bool SetProtectionStatus(const std::string& uid, uint32_t mask, bool* known);
+  bool SetLogonUser(const std::string& uid, const std::string& user, const std::string& userUid);
+  // Records the poll and answers the client's polling state; an unknown
+  // client is answered zeros and nothing is stored.
+  bool Heartbeat(const std::string& uid, int32_t requestType, const std::string& debugInfo, bool* known,
+                 PollingState* state);
+  bool SetFirewallCounts(const std::string& uid, const FirewallCounts& counts);
+
+  // Settings texts: a client's own section, else the default.
+  bool ReadSection(const std::string& uid, const std::string& section, std::string* text);
+  // Stores a client's own section and marks config `event` pending.
+  bool WriteSection(const std::string& uid, const std::string& section, const std::string& text, uint32_t event);
+  bool RemoveConfigRecord(const std::string& uid, uint32_t event, bool* removed);
+  bool SetClientValue(const std::string& uid, ClientValue which, int64_t value);
+  bool IsConfigFlagSet(const std::string& uid, uint32_t flag, bool* set);
+  // The client's domain as it registered; full: its directory name when
+  // it has one.
+  bool ClientDomain(const std::string& uid, bool full, std::string* text);
+  // The newest alert message for the client (or for every client) of this
+  // function type; empty when there is none.
+  bool AlertMessage(const std::string& uid, int32_t functionType, std::string* text);
+  // Replaces the default sections with these (name -> text).
+  bool LoadDefaults(const std::map<std::string, std::string>& sections);
+
+ private:
+  db::Database& database_;
+};
+
+}  // namespace st

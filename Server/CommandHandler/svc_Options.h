@@ -1,0 +1,22 @@
+// The command line of vgcr-cmdhandler.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace svc {
+
+struct Options {
+  std::string dataFolder = "var";          // the database and the signing key
+  std::string defaultsFolder;              // the default settings sections
+  uint32_t instances = 16;                 // listeners on the command pipe
+  bool quiet = false;                      // no line per command
+  bool printIdentity = false;              // print SA_ISR and SA_SN, then exit
+  bool help = false;
+};
+
+// False with a message for a bad command line.
+bool ParseOptions(int argc, char** argv, Options* options, std::string* error);
+const char* Usage();
+
+}  // namespace svc

@@ -1,0 +1,40 @@
+// The service: its database, signing keys and default sections, and a
+// listener on each of the server's pipes.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "channel/pipe_Listener.h"
+#include "cmd_Context.h"
+#include "db_Database.h"
+#include "platform/event.h"
+#include "svc_Options.h"
+
+namespace svc {
+
+class Service {
+ public:
+  Service();
+  ~Service();
+  // Opens (making on first start) the data folder, the database and the
+  // signing key, loads the default sections, and listens. False with a
+  // message when any of it fails.
+  bool Start(const Options& options, std::string* error);
+  // Stops listening; a request in progress is finished first.
+  void Stop();
+
+ private:
+  std::unique_ptr<db::Database> database_;
+  std::unique_ptr<st::Store> store_;
+  std::unique_ptr<sig::Signer> signer_;
+  std::unique_ptr<cmd::Context> context_;
+  plat::Event stop_;
+  std::vector<std::unique_ptr<CPipeListener>> listeners_;
+};
+
+// Creates the folder (and its parents) when missing.
+bool MakeFolder(const std::string& folder, std::string* error);
+
+}  // namespace svc
