@@ -1,119 +1,19 @@
 // isapi-host over real HTTP, with the real extension module.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "http_support.h"
 #include "service_peer.h"
-
-extern char** environ;
 
 namespace {
 
-uint16_t FreePort() {
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  socklen_t length = sizeof addr;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
-  ::close(fd);
-  return ntohs(addr.sin_port);
-}
-
-int Connect(uint16_t port) {
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(port);
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-    ::close(fd);
-    return -1;
-  }
-  return fd;
-}
-
-// Sends raw bytes and reads until the server closes.
-std::string Exchange(uint16_t port, const std::string& request) {
-  int fd = Connect(port);
-  if (fd < 0) return "";
-  ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
-  std::string answer;
-  char buffer[4096];
-  ssize_t n;
-  while ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) answer.append(buffer, static_cast<std::size_t>(n));
-  ::close(fd);
-  return answer;
-}
-
-std::string Get(uint16_t port, const std::string& query, const std::string& method = "GET") {
-  return Exchange(port, method + " /vigilcrest/cgi/isapiClient.dll?" + query +
-                            " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
-}
-
-std::string Body(const std::string& answer) {
-  std::size_t at = answer.find("\r\n\r\n");
-  return at == std::string::npos ? "" : answer.substr(at + 4);
-}
-
-int Status(const std::string& answer) { return answer.size() > 12 ? std::atoi(answer.c_str() + 9) : 0; }
-
-class Host {
- public:
-  explicit Host(std::vector<std::string> extra = {}) {
-    port_ = FreePort();
-    std::vector<std::string> args = {VGCR_ISAPI_HOST, "--extension", VGCR_EXTENSION_MODULE, "--listen",
-                                     "127.0.0.1:" + std::to_string(port_)};
-    args.insert(args.end(), extra.begin(), extra.end());
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    if (posix_spawn(&pid_, argv[0], nullptr, nullptr, argv.data(), environ) != 0) pid_ = -1;
-    for (int i = 0; i < 200 && pid_ > 0; ++i) {
-      int fd = Connect(port_);
-      if (fd >= 0) {
-        ::close(fd);
-        ready_ = true;
-        break;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-  }
-  ~Host() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
-  }
-  // SIGTERM, then the exit status.
-  int Stop() {
-    ::kill(pid_, SIGTERM);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  bool ready() const { return ready_; }
-  uint16_t port() const { return port_; }
-
- private:
-  pid_t pid_ = -1;
-  uint16_t port_ = 0;
-  bool ready_ = false;
-};
+using httptest::Body;
+using httptest::Exchange;
+using httptest::Get;
+using httptest::Host;
+using httptest::Status;
 
 TEST(IsapiHost, AnswersInIisModeAndStopsCleanly) {
   Host host;

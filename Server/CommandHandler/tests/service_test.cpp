@@ -1,0 +1,256 @@
+// The service in this process, driven through the extension's own channel:
+// what each command stores and answers, and what it does with bad input.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "channel/channel_Settings.h"
+#include "channel/cmdal2_OutputCmd.h"
+#include "channel/cmdal_CmdAPI.h"
+#include "channel/pipe_Client.h"
+#include "db_probe.h"
+#include "handlers/hdl_Common.h"
+#include "handlers/isapi_OnServiceStatus.h"
+#include "handlers/isapi_OnStart.h"
+#include "handlers/isapi_PollingSetting.h"
+#include "host/rsp_Reply.h"
+#include "platform/process.h"
+#include "platform/text.h"
+#include "svc_Service.h"
+
+namespace {
+
+constexpr char16_t kUid[] = u"6B29FC40-CA47-1067-B31D-00DD010662DA";
+constexpr char kUidText[] = "6B29FC40-CA47-1067-B31D-00DD010662DA";
+
+class Service : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    SetChannelReplyTimeoutMs(3000);
+    folder_ = MakeTempFolder();
+    svc::Options options;
+    options.dataFolder = folder_;
+    options.defaultsFolder = VGCR_DEFAULT_SECTIONS;
+    options.instances = 4;
+    options.quiet = true;
+    std::string error;
+    ASSERT_TRUE(service_.Start(options, &error)) << error;
+    db_ = std::make_unique<DbProbe>(folder_ + "/cmdhandler.db");
+  }
+  void TearDown() override {
+    service_.Stop();
+    db_.reset();
+    RemoveFolder(folder_);
+    SetChannelReplyTimeoutMs(0);
+  }
+
+  static bool Register(const char16_t* uid, const char16_t* computer) {
+    tagCln_CgiOnStart record;
+    PutLE(record.block, 4, 1);
+    const auto put = [&](const char* key, const std::u16string& text) {
+      const onstart::Field* f = onstart::Find(key);
+      for (std::size_t i = 0; i < text.size(); ++i) PutLE(record.block + f->offset + 2 * i, 2, text[i]);
+    };
+    put("uid", uid);
+    put("computer", computer);
+    PutLE(record.block + onstart::Find("timezone")->offset, 4, -480);
+    return SendRecord(u"CMDHLV2_CLN_ON_START", record);
+  }
+
+  // The client-existence flag of a protection-status round trip; -1 when it failed.
+  static int ProtectionRoundTrip(const char16_t* uid, uint32_t mask) {
+    CComplianceClientProtection record;
+    record.uid = uid;
+    record.mask = mask;
+    CMsgSerializer message(u"CMDHLV2_CLN_ON_PROTECTION_STATUS", 1);
+    message << record;
+    if (!cmdal2_SendAndRecv(message, message.Identifier().c_str())) return -1;
+    uint32_t exists = 0;
+    return ser::ReadU32(message, &exists) ? static_cast<int>(exists) : -1;
+  }
+
+  static bool Heartbeat(const char16_t* uid, tagCln_Heartbeat* answer) {
+    tagCln_Heartbeat record;
+    record.Set(tagCln_Heartbeat::kRequestType, 1);
+    record.SetText(tagCln_Heartbeat::kUid, tagCln_Heartbeat::kUidUnits, uid);
+    CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY", 1);
+    message << record;
+    if (!cmdal2_SendAndRecv(message, message.Identifier().c_str())) return false;
+    uint32_t status = 0;
+    return ser::ReadU32(message, &status) && answer->Deserialize(message);
+  }
+
+  static std::u16string MsCfg(const char16_t* uid) {
+    std::u16string text;
+    return cmdal_GetMsCfg(uid, &text) ? text : u"<failed>";
+  }
+
+  std::string folder_;
+  svc::Service service_;
+  std::unique_ptr<DbProbe> db_;
+};
+
+TEST_F(Service, ARegistrationIsStoredAndMakesTheClientKnown) {
+  EXPECT_EQ(ProtectionRoundTrip(kUid, 1), 0) << "unknown before it registers";
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM protection_status"), "0");
+  ASSERT_TRUE(Register(kUid, u"PC-\u00e9"));
+  const std::string where = std::string(" FROM clients WHERE uid = '") + kUidText + "'";
+  EXPECT_EQ(db_->WaitFor("SELECT computer" + where, "PC-\xc3\xa9"), "PC-\xc3\xa9");
+  EXPECT_EQ(db_->Value("SELECT timezone" + where), "-480");
+  EXPECT_EQ(ProtectionRoundTrip(u"6b29fc40-ca47-1067-b31d-00dd010662da", 1 | 16), 1) << "uids match without case";
+  EXPECT_EQ(db_->Value("SELECT mask || av || fw || wr FROM protection_status"), "17110");
+
+  ASSERT_TRUE(Register(kUid, u"PC-2"));
+  EXPECT_EQ(db_->WaitFor("SELECT registrations || computer" + where, "2PC-2"), "2PC-2");
+  EXPECT_EQ(db_->Value("SELECT first_seen < last_seen" + where), "1");
+}
+
+TEST_F(Service, SettingsComeFromDefaultsUntilAClientHasItsOwn) {
+  const std::u16string defaults = MsCfg(kUid);
+  EXPECT_EQ(defaults.rfind(u"[Manual_Scan]\r\n", 0), 0u) << plat::ToUtf8(defaults);
+  // A configuration text may hold tabs: it is the last argument.
+  const std::u16string own = u"[Manual_Scan]\r\nExclusionList=a\tb\r\n";
+  ASSERT_TRUE(cmdal_SetMsCfg(kUid, own.c_str()));
+  EXPECT_EQ(db_->WaitFor("SELECT event FROM config_records", "65"), "65");
+  EXPECT_EQ(MsCfg(kUid), own);
+  EXPECT_EQ(MsCfg(u"00000000-0000-0000-0000-000000000001"), defaults) << "others keep the defaults";
+
+  std::u16string product;
+  ASSERT_TRUE(cmdal_GetProductInfo(&product));
+  EXPECT_NE(product.find(u"[Product_Info]"), std::u16string::npos);
+
+  ASSERT_TRUE(RemoveConfigRecord(kUid, 65, u"1.0"));
+  EXPECT_EQ(db_->WaitFor("SELECT COUNT(*) FROM config_records", "0"), "0");
+}
+
+TEST_F(Service, AHeartbeatAnswersThePollingStateTheDatabaseHolds) {
+  ASSERT_TRUE(Register(kUid, u"PC"));
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  tagCln_Heartbeat answer;
+  ASSERT_TRUE(Heartbeat(kUid, &answer));
+  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kIndividualSetting), 0);
+  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kMessageId), 0);
+
+  // A console adds a message and a client setting with the shell.
+  ASSERT_TRUE(db_->Exec("INSERT INTO alert_messages (uid, text) VALUES (NULL, 'to all');"
+                        "INSERT INTO alert_messages (uid, text) VALUES ('" + std::string(kUidText) + "', 'to one');"
+                        "INSERT INTO alert_messages (uid, text) VALUES ('someone-else', 'not ours')"));
+  ASSERT_TRUE(cmdal_SetMsCfg(kUid, u"[Manual_Scan]\r\n"));
+  ASSERT_TRUE(cmdal_SetMsCfg(kUid, u"[Manual_Scan]\r\nCpuUsage=1\r\n"));
+  ASSERT_EQ(db_->WaitFor("SELECT setting_sequence FROM polling_state", "2"), "2");
+  ASSERT_TRUE(Heartbeat(kUid, &answer));
+  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kIndividualSetting), 1);
+  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kMessageId), 2);
+  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kSettingSequence), 2);
+  EXPECT_EQ(db_->Value("SELECT last_request_type FROM polling_state"), "1");
+
+  ASSERT_TRUE(Heartbeat(u"00000000-0000-0000-0000-000000000002", &answer)) << "an unknown client is answered";
+  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kSettingSequence), 0);
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM polling_state"), "1") << "and not stored";
+}
+
+TEST_F(Service, VersionOneSettersAndFlags) {
+  const uint32_t warning = 7;
+  ASSERT_TRUE(cmdal_SetClinetCfg_WarningSetting(kUid, &warning));
+  const int32_t counts[6] = {1, 2, 3, 4, 5, 6};
+  ASSERT_TRUE(cmdal_PfwUpdateCfwCount(kUid, 0, counts, u"fw", 1));
+  EXPECT_EQ(db_->WaitFor("SELECT warning_setting FROM client_config", "7"), "7");
+  EXPECT_EQ(db_->WaitFor("SELECT firewall_per_hour || network_virus_total || text_field FROM firewall_counts", "16fw"),
+            "16fw");
+  bool set = true;
+  ASSERT_TRUE(cmdal_IsConfigFlagSet(kUid, 0x1000, &set));
+  EXPECT_FALSE(set);
+  ASSERT_TRUE(db_->Exec("UPDATE client_config SET config_flags = 4096"));
+  ASSERT_TRUE(cmdal_IsConfigFlagSet(kUid, 0x1000, &set));
+  EXPECT_TRUE(set);
+}
+
+TEST_F(Service, AFileBackedMessageIsReadFromItsSpillFileWhichIsThenDeleted) {
+  tagCln_CgiOnStart record;
+  const onstart::Field* uid = onstart::Find("uid");
+  for (std::size_t i = 0; kUid[i]; ++i) PutLE(record.block + uid->offset + 2 * i, 2, kUid[i]);
+  CMsgSerializer message(u"CMDHLV2_CLN_ON_START", 2);
+  message << record;
+  ASSERT_TRUE(cmdal2_Send(message));
+  const std::string path = plat::ToUtf8(message.FilePath());
+  ASSERT_FALSE(path.empty());
+  EXPECT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  for (int i = 0; i < 100 && std::filesystem::exists(path); ++i) plat::SleepMs(10);
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+// Raw bytes on the command pipe, as a broken or hostile sender would write them.
+void SendRaw(const std::vector<uint8_t>& bytes) {
+  CPipeClient client;
+  ASSERT_TRUE(client.Open(kCommandHandlerPipe));
+  uint32_t length = static_cast<uint32_t>(bytes.size());
+  client.Send(bytes.data(), &length);
+  client.Close();
+}
+
+std::vector<uint8_t> MessageBytes(CMsgSerializer& message) {
+  message.Finish();
+  uint32_t size = 0;
+  uint8_t* data = message.DetachBytes(&size);
+  std::vector<uint8_t> bytes(data, data + size);
+  delete[] data;
+  return bytes;
+}
+
+std::vector<uint8_t> Utf16(const std::u16string& text) {
+  std::vector<uint8_t> bytes;
+  for (char16_t c : text) {
+    bytes.push_back(static_cast<uint8_t>(c));
+    bytes.push_back(static_cast<uint8_t>(c >> 8));
+  }
+  return bytes;
+}
+
+TEST_F(Service, BadInputIsDroppedAndTheServiceGoesOnServing) {
+  // A file the sender merely names: the service must neither read nor delete it.
+  const std::string named = folder_ + "/precious.txt";
+  std::FILE* f = std::fopen(named.c_str(), "w");
+  std::fputs("keep me", f);
+  std::fclose(f);
+
+  CMsgSerializer registration(u"CMDHLV2_CLN_ON_START", 1);
+  uint8_t shortBlock[100] = {};
+  ser::WriteBlock(registration, shortBlock, sizeof shortBlock);
+  CMsgSerializer unknown(u"CMDHLV2_NOT_A_COMMAND", 1);
+  ser::WriteU32(unknown, 1);
+  CMsgSerializer namedFile(u"CMDHLV2_CLN_ON_START", 1);
+  CMsgSerializer cut(u"CMDHLV2_CLN_ON_PROTECTION_STATUS", 1);
+  ser::WriteWString(cut, kUid);
+  std::vector<uint8_t> cutBytes = MessageBytes(cut);
+  cutBytes.resize(cutBytes.size() - 10);
+  std::vector<uint8_t> namedBytes = MessageBytes(namedFile);
+  namedBytes[12 + 4] |= CMsgSerializer::kFileFlag;
+  const std::vector<uint8_t> path = Utf16(plat::FromUtf8(named) + u'\0');
+  const uint32_t pathLength = static_cast<uint32_t>(path.size());
+  namedBytes.insert(namedBytes.end(), reinterpret_cast<const uint8_t*>(&pathLength),
+                    reinterpret_cast<const uint8_t*>(&pathLength) + 4);
+  namedBytes.insert(namedBytes.end(), path.begin(), path.end());
+
+  const std::vector<std::vector<uint8_t>> cases = {
+      {1, 2, 3},                                             // no command at all
+      {4, 0, 0, 0, 1, 0, 0, 0, 0x10, 0, 0, 0, 0xAC},         // a prologue cut short
+      cutBytes,                                              // a record cut short
+      MessageBytes(registration),                            // a registration block of the wrong size
+      MessageBytes(unknown),                                 // an unknown command
+      namedBytes,                                            // a "spill file" that is not one
+      Utf16(u"CMDHL_GET_MS_CFG\tno-such-reply-pipe\tuid"),   // a reply pipe that is gone
+      Utf16(u"CMDHL_SET_CLIENTCFG_WARNING_SETTING\tuid"),    // an argument missing
+      Utf16(u"CMDHL_SET_CLIENTCFG_WARNING_SETTING\tuid\tx"), // not a number
+      Utf16(u"CMDHL_NO_SUCH_THING\ta\tb"),                   // an unknown text command
+  };
+  for (const auto& bytes : cases) SendRaw(bytes);
+
+  EXPECT_EQ(MsCfg(kUid).rfind(u"[Manual_Scan]", 0), 0u) << "still answering";
+  EXPECT_EQ(ProtectionRoundTrip(kUid, 1), 0);
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM clients"), "0");
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM client_config"), "0");
+  EXPECT_TRUE(std::filesystem::exists(named));
+}
+
+}  // namespace

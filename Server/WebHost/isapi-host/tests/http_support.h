@@ -1,0 +1,60 @@
+// What the tests that speak HTTP to isapi-host share: raw HTTP exchanges,
+// child processes, and isapi-host itself started with the extension.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace httptest {
+
+uint16_t FreePort();
+// Connects to 127.0.0.1:port; -1 when nobody listens.
+int Connect(uint16_t port);
+// Sends raw bytes and reads until the server closes.
+std::string Exchange(uint16_t port, const std::string& request);
+// One request to the extension's path, "Connection: close".
+std::string Get(uint16_t port, const std::string& query, const std::string& method = "GET");
+std::string Body(const std::string& answer);
+int Status(const std::string& answer);
+// A response header's value; empty when absent.
+std::string Header(const std::string& answer, const std::string& name);
+// Escapes a query value (RFC 3986 unreserved characters kept).
+std::string UrlEncode(const std::string& text);
+
+// A child process, killed when this goes.
+class Child {
+ public:
+  Child() = default;
+  explicit Child(const std::vector<std::string>& args, const std::string& output = "");
+  ~Child();
+  Child(Child&& other) noexcept;
+  Child& operator=(Child&& other) noexcept;
+  bool running() const { return pid_ > 0; }
+  pid_t pid() const { return pid_; }
+  // SIGTERM, then the exit status (-1 when it did not exit normally).
+  int Stop();
+  void Kill();
+  void Signal(int signal) const;
+
+ private:
+  pid_t pid_ = -1;
+};
+
+// isapi-host with the extension on a free port, ready to take connections.
+class Host {
+ public:
+  explicit Host(std::vector<std::string> extra = {});
+  bool ready() const { return ready_; }
+  uint16_t port() const { return port_; }
+  int Stop() { return child_.Stop(); }
+
+ private:
+  Child child_;
+  uint16_t port_ = 0;
+  bool ready_ = false;
+};
+
+}  // namespace httptest
