@@ -1,41 +1,13 @@
 // The reply signature, checked the way a client checks it: with OpenSSL and
 // nothing but the certificate.
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
 #include <sys/stat.h>
 
-#include <cstdio>
-
-#include "b64_Base64Coder.h"
 #include "db_probe.h"
 #include "sig_Signer.h"
+#include "signature_check.h"
 
 namespace {
-
-// What a client does: base64-decode SA_SG and verify it over the reply
-// bytes and its number (32-bit little-endian) with the certificate's key.
-bool Verifies(const std::string& certificatePath, const std::string& reply, int32_t number,
-              const std::string& signature) {
-  std::vector<uint8_t> raw;
-  if (!Base64Coder::Decode(signature, &raw)) return false;
-  std::FILE* file = std::fopen(certificatePath.c_str(), "r");
-  X509* certificate = file ? PEM_read_X509(file, nullptr, nullptr, nullptr) : nullptr;
-  if (file) std::fclose(file);
-  if (!certificate) return false;
-  std::string bytes = reply;
-  for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<char>(static_cast<uint32_t>(number) >> (8 * i)));
-  EVP_PKEY* key = X509_get_pubkey(certificate);
-  EVP_MD_CTX* context = EVP_MD_CTX_new();
-  const bool ok = EVP_DigestVerifyInit(context, nullptr, EVP_sha256(), nullptr, key) == 1 &&
-                  EVP_DigestVerify(context, raw.data(), raw.size(), reinterpret_cast<const uint8_t*>(bytes.data()),
-                                   bytes.size()) == 1;
-  EVP_MD_CTX_free(context);
-  EVP_PKEY_free(key);
-  X509_free(certificate);
-  return ok;
-}
 
 class Signer : public ::testing::Test {
  protected:
@@ -54,9 +26,9 @@ TEST_F(Signer, ASignatureVerifiesWithTheCertificateAndBindsTheClientsNumber) {
   const std::string reply = "1\n1795323842";
   const std::string signature = signer_->Sign({reply.begin(), reply.end()}, -7);
   ASSERT_FALSE(signature.empty());
-  EXPECT_TRUE(Verifies(signer_->CertificatePath(), reply, -7, signature));
-  EXPECT_FALSE(Verifies(signer_->CertificatePath(), reply, 7, signature)) << "another client's number";
-  EXPECT_FALSE(Verifies(signer_->CertificatePath(), "1\n1795323843", -7, signature)) << "another reply";
+  EXPECT_TRUE(SignatureVerifies(signer_->CertificatePath(), reply, -7, signature));
+  EXPECT_FALSE(SignatureVerifies(signer_->CertificatePath(), reply, 7, signature)) << "another client's number";
+  EXPECT_FALSE(SignatureVerifies(signer_->CertificatePath(), "1\n1795323843", -7, signature)) << "another reply";
 }
 
 TEST_F(Signer, TheKeyIsMadeOnceAndKeptPrivate) {

@@ -121,6 +121,11 @@ Child& Child::operator=(Child&& other) noexcept {
 int Child::Stop() {
   if (pid_ <= 0) return -1;
   ::kill(pid_, SIGTERM);
+  return Wait();
+}
+
+int Child::Wait() {
+  if (pid_ <= 0) return -1;
   int status = 0;
   ::waitpid(pid_, &status, 0);
   pid_ = -1;

@@ -36,6 +36,8 @@ class Child {
   pid_t pid() const { return pid_; }
   // SIGTERM, then the exit status (-1 when it did not exit normally).
   int Stop();
+  // The exit status of a child that ends on its own.
+  int Wait();
   void Kill();
   void Signal(int signal) const;
 

@@ -1,0 +1,225 @@
+// The whole system: real HTTP from this process to isapi-host, through the
+// extension and the pipes, to vgcr-cmdhandler and its database; in IIS and
+// adapter mode, then with the service stopped, slow and killed.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "db_probe.h"
+#include "http_support.h"
+#include "signature_check.h"
+
+namespace {
+
+using httptest::Body;
+using httptest::Child;
+using httptest::Get;
+using httptest::Header;
+using httptest::Host;
+using httptest::UrlEncode;
+
+constexpr char kUid[] = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path);
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+std::string Registration(const std::string& uid) {
+  return "requestid=101&uid=" + uid +
+         "&date=20261122&time=031500&computer=PC%C3%A9&platform=Linux&ip=10.0.0.7&program=14.0&timezone=-480"
+         "&engine=22.1&domain=CORP&hotfix=KB1&instdate=20260101&insttime=120000&release=14.0.1"
+         "&clientlistenport=70000&mac=00AABBCCDDEE";
+}
+
+std::string Poll(const std::string& uid) { return "requestid=207&functiontype=1&uid=" + uid; }
+
+class System : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = MakeTempFolder();
+    ASSERT_TRUE(StartService());
+    db_ = std::make_unique<DbProbe>(folder_ + "/cmdhandler.db");
+  }
+  void TearDown() override {
+    host_.reset();
+    if (service_.running()) {
+      EXPECT_EQ(service_.Stop(), 0) << "a clean stop";
+    }
+    db_.reset();
+    if (HasFailure()) std::cerr << "service log:\n" << ReadFile(folder_ + "/service.log");
+    RemoveFolder(folder_);
+  }
+
+  // Starts the service and waits until it listens.
+  bool StartService() {
+    const std::string log = folder_ + "/service.log";
+    const std::size_t before = ReadFile(log).size();
+    service_ = Child({VGCR_CMDHANDLER, "--data", folder_, "--instances", "4"}, log);
+    for (int i = 0; i < 500; ++i) {
+      if (ReadFile(log).find("listening", before) != std::string::npos) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  }
+
+  void StartHost(bool adapter) {
+    host_ = std::make_unique<Host>(adapter ? std::vector<std::string>{"--adapter"} : std::vector<std::string>{});
+    ASSERT_TRUE(host_->ready());
+  }
+
+  std::string Ask(const std::string& query) { return Body(Get(host_->port(), query)); }
+
+  std::string folder_;
+  Child service_;
+  std::unique_ptr<Host> host_;
+  std::unique_ptr<DbProbe> db_;
+};
+
+class BothModes : public System, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    System::SetUp();
+    StartHost(GetParam());
+  }
+};
+
+TEST_P(BothModes, ARegistrationLandsAsARowWithItsFields) {
+  EXPECT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  const std::string row = std::string(" FROM clients WHERE uid = '") + kUid + "'";
+  EXPECT_EQ(db_->WaitFor("SELECT computer" + row, "PC\xc3\xa9"), "PC\xc3\xa9");
+  EXPECT_EQ(db_->Value("SELECT timezone || ' ' || clientlistenport || ' ' || release || ' ' || mac || ' ' || ip" + row),
+            "-480 4464 14.0.1 00AABBCCDDEE 10.0.0.7");
+  EXPECT_EQ(db_->Value("SELECT first_seen = last_seen" + row), "1");
+}
+
+TEST_P(BothModes, AHeartbeatReturnsThePollingStateHeldInTheDatabase) {
+  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  EXPECT_EQ(Ask(Poll(kUid)),
+            "[Polling_Response]\r\nRECEIVING_STATUS=1\r\nINDIVIDUAL_SETTING=0\r\nMESSAGE_ID=0\r\nSETTING_SEQUENCE=0");
+  ASSERT_TRUE(db_->Exec("UPDATE polling_state SET individual_setting = 1, message_id = 12, setting_sequence = -3"));
+  EXPECT_EQ(Ask(Poll(kUid)),
+            "[Polling_Response]\r\nRECEIVING_STATUS=1\r\nINDIVIDUAL_SETTING=1\r\nMESSAGE_ID=12\r\nSETTING_SEQUENCE=-3");
+}
+
+TEST_P(BothModes, AProtectionStatusReportNeedsAKnownClient) {
+  const std::string report = std::string("requestid=103&functiontype=3&uid=") + kUid + "&av=1&dlp=5";
+  EXPECT_EQ(Ask(report), "-39");
+  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  EXPECT_EQ(Ask(report), "1");
+  EXPECT_EQ(db_->Value("SELECT mask FROM protection_status"), "65");
+}
+
+TEST_P(BothModes, ASignedReplyVerifiesWithTheCertificate) {
+  const std::string identityFile = folder_ + "/identity.txt";
+  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--print-identity", "--data", folder_}, identityFile).Wait(), 0);
+  std::string issuer, serial;
+  std::istringstream lines(ReadFile(identityFile));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("SA_ISR=", 0) == 0) issuer = line.substr(7);
+    if (line.rfind("SA_SN=", 0) == 0) serial = line.substr(6);
+  }
+  ASSERT_FALSE(serial.empty());
+  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+
+  const std::string signed_ =
+      Get(host_->port(), Poll(kUid) + "&SA_ISR=" + UrlEncode(issuer) + "&SA_SN=" + serial + "&SA_RN=42");
+  EXPECT_EQ(Header(signed_, "SA_NEW"), "0");
+  EXPECT_TRUE(SignatureVerifies(folder_ + "/signing-cert.pem", Body(signed_), 42, Header(signed_, "SA_SG")))
+      << signed_;
+  EXPECT_FALSE(SignatureVerifies(folder_ + "/signing-cert.pem", Body(signed_), 43, Header(signed_, "SA_SG")));
+
+  const std::string other = Get(host_->port(), Poll(kUid) + "&SA_ISR=CN%3DSomeone&SA_SN=01&SA_RN=42");
+  EXPECT_EQ(Header(other, "SA_SG"), "") << "another certificate: the reply goes out unsigned";
+  EXPECT_EQ(Body(other), Body(signed_));
+}
+
+INSTANTIATE_TEST_SUITE_P(System, BothModes, ::testing::Values(false, true),
+                         [](const auto& mode) { return mode.param ? "Adapter" : "Iis"; });
+
+TEST_F(System, TheMemoryGuardTurnsRepliesIntoMinus38AndBack) {
+  StartHost(false);
+  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  ASSERT_EQ(Child({VGCR_GUARD, "memory", "1", "1", "1"}).Wait(), 0);
+  std::string answer;
+  for (int i = 0; i < 300 && answer != "-38"; ++i) answer = Ask(Poll(kUid));
+  EXPECT_EQ(answer, "-38");
+  // A missing record leaves the last word in force: "not over" must be
+  // published before the record goes.
+  ASSERT_EQ(Child({VGCR_GUARD, "memory", "0", "1", "1"}).Wait(), 0);
+  for (int i = 0; i < 300 && answer == "-38"; ++i) {
+    answer = Ask(Poll(kUid));
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(answer.rfind("[Polling_Response]", 0), 0u) << answer;
+  EXPECT_EQ(Child({VGCR_GUARD, "clear"}).Wait(), 0);
+}
+
+// How long one request takes, and its answer.
+template <typename F>
+double Seconds(F&& request) {
+  const auto start = std::chrono::steady_clock::now();
+  request();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST_F(System, AStoppedServiceIsAnsweredMinus5AtOnceAndRecoveryFollowsItsRestart) {
+  StartHost(false);
+  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_EQ(service_.Stop(), 0);
+  std::string answer;
+  EXPECT_LT(Seconds([&] { answer = Ask(Poll(kUid)); }), 2.0);
+  EXPECT_EQ(answer, "-5");
+  ASSERT_TRUE(StartService());
+  EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]\r\nRECEIVING_STATUS=1", 0), 0u) << "the client is still known";
+}
+
+TEST_F(System, ASlowServiceIsBoundedByTheReplyTimeout) {
+  StartHost(false);
+  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  service_.Signal(SIGSTOP);
+  std::string answer;
+  const double took = Seconds([&] { answer = Ask(Poll(kUid)); });
+  service_.Signal(SIGCONT);
+  EXPECT_EQ(answer, "-5");
+  EXPECT_GT(took, 9.0);
+  EXPECT_LT(took, 14.0);
+  // The late answer finds its reply pipe gone; the service goes on.
+  EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]", 0), 0u);
+  std::string log;
+  for (int i = 0; i < 100 && log.find("reply pipe gone") == std::string::npos; ++i) {
+    log = ReadFile(folder_ + "/service.log");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_NE(log.find("not answered: reply pipe gone"), std::string::npos) << log;
+}
+
+TEST_F(System, AServiceKilledBeforeItAnswersCostsOneRequestOnly) {
+  StartHost(false);
+  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  service_.Signal(SIGSTOP);
+  std::string answer;
+  double took = 0;
+  std::thread request([&] { took = Seconds([&] { answer = Ask(Poll(kUid)); }); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  service_.Kill();
+  request.join();
+  EXPECT_EQ(answer, "-5");
+  EXPECT_LT(took, 14.0);
+  ASSERT_TRUE(StartService());
+  EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]\r\nRECEIVING_STATUS=1", 0), 0u);
+}
+
+}  // namespace
