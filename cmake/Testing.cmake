@@ -5,7 +5,9 @@
 include(CTest)
 enable_testing()
 
-if(WIN32)
+if(NOT BUILD_TESTING)
+  # A build of the programs alone (scripts/run.sh) needs no GoogleTest.
+elseif(WIN32)
   set(VGCR_GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources")
   set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
