@@ -6,26 +6,8 @@
 # changes throughput when every reply is signed by a service that takes
 # 5 ms (bench/sign_peer).
 #   bash bench/http_bench.sh [workers]
-set -euo pipefail
 cd "$(dirname "$0")/.."
-for package in wrk nginx; do
-  command -v $package >/dev/null || DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $package >/dev/null
-done
-build=build/linux
-[[ -x $build/Server/WebHost/isapi-host/isapi-host ]] || { cmake --preset linux >/dev/null && cmake --build --preset linux; }
-host=$build/Server/WebHost/isapi-host/isapi-host
-module=$build/Server/CGIClient/isapiClient/isapiClient.so
-work=$(mktemp -d)
-export VGCR_PIPE_DIR=$work/pipe
-pids=()
-cleanup() { for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done; wait 2>/dev/null || true; rm -rf "$work"; }
-trap cleanup EXIT
-duration=${VGCR_BENCH_SECONDS:-10}
-
-run_wrk() {  # label url
-  echo "== $1"
-  wrk -t2 -c32 -d"${duration}s" --latency "$2" | sed -n '/Latency/p;/50%/p;/99%/p;/Requests\/sec/p'
-}
+source bench/lib.sh
 
 if [[ ${1:-} == workers ]]; then
   $build/bench/sign_peer 5 >/dev/null & pids+=($!)
@@ -40,19 +22,8 @@ if [[ ${1:-} == workers ]]; then
   exit 0
 fi
 
-cat > "$work/nginx.conf" <<CONF
-worker_processes 1;
-pid $work/nginx.pid;
-error_log $work/error.log;
-events { worker_connections 1024; }
-http {
-  access_log off;
-  server { listen 127.0.0.1:18091; location / { default_type application/octet-stream; return 200 "-2"; } }
-}
-CONF
-nginx -c "$work/nginx.conf" -p "$work" & pids+=($!)
+start_nginx 18091
 $host --extension "$module" --listen 127.0.0.1:18090 >/dev/null & pids+=($!)
 sleep 0.5
 run_wrk "isapi-host, IIS mode, requestid=206" "http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll?requestid=206"
 run_wrk "nginx, fixed 2-byte reply" "http://127.0.0.1:18091/"
-nginx -c "$work/nginx.conf" -p "$work" -s stop 2>/dev/null || true

@@ -1,0 +1,46 @@
+# What the HTTP benchmarks share: tools, a scratch folder cleaned up on exit,
+# wrk with its summary lines, nginx with a fixed reply, peak memory.
+set -euo pipefail
+for tool in wrk nginx; do
+  command -v $tool >/dev/null || DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $tool >/dev/null
+done
+build=build/linux
+[[ -x $build/Server/CommandHandler/vgcr-cmdhandler ]] || { cmake --preset linux >/dev/null && cmake --build --preset linux; }
+host=$build/Server/WebHost/isapi-host/isapi-host
+module=$build/Server/CGIClient/isapiClient/isapiClient.so
+work=$(mktemp -d)
+export VGCR_PIPE_DIR=$work/pipe
+pids=()
+cleanup() {
+  [[ -f $work/nginx.pid ]] && nginx -c "$work/nginx.conf" -p "$work" -s stop 2>/dev/null || true
+  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  rm -rf "$work"
+}
+trap cleanup EXIT
+duration=${VGCR_BENCH_SECONDS:-10}
+
+run_wrk() {  # label url [wrk options...]
+  local label=$1 url=$2
+  shift 2
+  echo "== $label"
+  wrk -t2 -c32 -d"${duration}s" --latency "$@" "$url" | sed -n '/Latency /p;/ 50%/p;/ 90%/p;/ 99%/p;/Requests\/sec/p'
+}
+
+start_nginx() {  # port: a fixed 2-byte reply, the HTTP floor of this machine
+  cat > "$work/nginx.conf" <<CONF
+worker_processes 1;
+pid $work/nginx.pid;
+error_log $work/error.log;
+events { worker_connections 1024; }
+http {
+  access_log off;
+  server { listen 127.0.0.1:$1; location / { default_type application/octet-stream; return 200 "-2"; } }
+}
+CONF
+  nginx -c "$work/nginx.conf" -p "$work"
+}
+
+peak_memory() {  # label pid: the process's peak resident set
+  echo "$1: peak RSS $(awk '/VmHWM/ {print $2, $3}' /proc/"$2"/status)"
+}

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# The whole system under wrk on loopback: isapi-host (IIS mode) with the
+# extension, talking to vgcr-cmdhandler and its database. A registration
+# (one way: a new client row per request) and a heartbeat (a round trip
+# through the database), beside nginx's fixed reply and the bare socket
+# floors of bench_channel, in the same run; then the peak memory of the
+# host and the service.
+#   bash bench/system_bench.sh
+cd "$(dirname "$0")/.."
+source bench/lib.sh
+
+start_nginx 18091
+$build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet 2>"$work/service.log" & service=$!
+pids+=($service)
+for _ in $(seq 100); do grep -q listening "$work/service.log" 2>/dev/null && break; sleep 0.1; done
+$host --extension "$module" --listen 127.0.0.1:18090 >/dev/null & hostpid=$!
+pids+=($hostpid)
+sleep 0.5
+
+url=http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll
+uid=6F9619FF-8B86-D011-B42D-00C04FC964FF
+curl -s "$url?requestid=101&uid=$uid&date=20261122&time=093000&computer=BENCH&platform=Linux&ip=10.0.0.7&program=14.0&engine=22.1&domain=W&hotfix=0&instdate=20261101&insttime=120000&release=14.0.1" >/dev/null
+run_wrk "registration (one way), a new client per request" "$url" -s bench/register.lua
+run_wrk "heartbeat (round trip through the database)" "$url?requestid=207&functiontype=1&uid=$uid"
+run_wrk "nginx, fixed 2-byte reply" "http://127.0.0.1:18091/"
+echo "== bare socket round trips (bench_channel floors)"
+$build/bench/bench_channel --benchmark_filter=Floor --benchmark_min_time=1 2>/dev/null | grep BM_
+peak_memory "isapi-host" $hostpid
+peak_memory "vgcr-cmdhandler" $service
+echo "clients stored: $(sqlite3 "$work/data/cmdhandler.db" 'SELECT COUNT(*) FROM clients' 2>/dev/null || echo '?')"
