@@ -44,3 +44,49 @@ std::vector<std::vector<uint8_t>> RequestSeeds() {
   }
   return seeds;
 }
+
+std::vector<std::vector<uint8_t>> ServiceSeeds() {
+  std::vector<std::vector<uint8_t>> seeds;
+  const auto add = [&](uint8_t pipe, std::vector<uint8_t> bytes) {
+    bytes.insert(bytes.begin(), pipe);
+    seeds.push_back(std::move(bytes));
+  };
+  {
+    CMsgSerializer m(u"CMDHLV2_HEARTBEAT_NOTIFY");
+    uint8_t block[1128] = {1};
+    block[28] = 'A';
+    ser::WriteBlock(m, block, sizeof block);
+    add(0, Wire(m));
+  }
+  {
+    CMsgSerializer m(u"CMDHLV2_CLN_ON_PROTECTION_STATUS");
+    ser::WriteWString(m, u"3F2504E0-4F89-11D3-9A0C-0305E82C3301");
+    ser::WriteU32(m, 17);
+    add(0, Wire(m));
+  }
+  {
+    CMsgSerializer m(u"CMDHLV2_CLN_REMOVE_CONFIG_REC");
+    uint8_t block[128] = {65};
+    ser::WriteBlock(m, block, sizeof block);
+    add(0, Wire(m));
+  }
+  {
+    CMsgSerializer m(u"CMDHSAV2_DATA");
+    ser::WriteWString(m, u"CN=Vigilcrest Reply Signing,O=Vigilcrest Server");
+    ser::WriteWString(m, u"01");
+    ser::WriteI32(m, 42);
+    ser::WriteBlock(m, "1\n0000000005", 12);
+    add(1, Wire(m));
+  }
+  for (const char16_t* text : {u"CMDHL_SET_MS_CFG\tuid\t[Manual_Scan]\r\nA=1\tB",
+                               u"CMDHL_GET_MS_CFG\tpipe\tuid", u"CMDHL_IS_CONFIGFLAGSET\tpipe\tuid\t4096",
+                               u"CMDHL_PFW_UPDATE_CFW_COUNT\tuid\t0\t1\t2\t3\t4\t5\t6\ttext\t1"}) {
+    std::vector<uint8_t> bytes;
+    for (const char16_t* c = text; *c; ++c) {
+      bytes.push_back(static_cast<uint8_t>(*c));
+      bytes.push_back(static_cast<uint8_t>(*c >> 8));
+    }
+    add(0, bytes);
+  }
+  return seeds;
+}

@@ -6,3 +6,5 @@
 
 std::vector<std::vector<uint8_t>> MessageSeeds();
 std::vector<std::vector<uint8_t>> RequestSeeds();
+// For the service: the first byte picks the pipe, the rest is the request.
+std::vector<std::vector<uint8_t>> ServiceSeeds();

@@ -13,7 +13,7 @@ done
 
 cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
   -DCMAKE_CXX_COMPILER=clang++ -DVGCR_LIBFUZZER=ON >/dev/null
-targets=$(sed -n 's/^vgcr_add_fuzz_target(\([a-z_0-9]*\) .*/\1/p' fuzz/CMakeLists.txt)
+targets=$(sed -n 's/^ *vgcr_add_fuzz_target(\([a-z_0-9]*\) .*/\1/p' fuzz/CMakeLists.txt)
 cmake --build build/fuzz --target $targets
 mkdir -p build/fuzz/findings
 export VGCR_LOCAL_PATH=$(mktemp -d) TMPDIR=$(mktemp -d) XDG_CACHE_HOME=$(mktemp -d)
