@@ -76,6 +76,13 @@ class System : public ::testing::Test {
 
   std::string Ask(const std::string& query) { return Body(Get(host_->port(), query)); }
 
+  // Registers kUid and waits until its row is there (the registration is
+  // one way: the client is answered before the service has stored it).
+  void RegisterClient() {
+    ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
+    ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  }
+
   std::string folder_;
   Child service_;
   std::unique_ptr<Host> host_;
@@ -100,8 +107,7 @@ TEST_P(BothModes, ARegistrationLandsAsARowWithItsFields) {
 }
 
 TEST_P(BothModes, AHeartbeatReturnsThePollingStateHeldInTheDatabase) {
-  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
-  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
   EXPECT_EQ(Ask(Poll(kUid)),
             "[Polling_Response]\r\nRECEIVING_STATUS=1\r\nINDIVIDUAL_SETTING=0\r\nMESSAGE_ID=0\r\nSETTING_SEQUENCE=0");
   ASSERT_TRUE(db_->Exec("UPDATE polling_state SET individual_setting = 1, message_id = 12, setting_sequence = -3"));
@@ -112,8 +118,7 @@ TEST_P(BothModes, AHeartbeatReturnsThePollingStateHeldInTheDatabase) {
 TEST_P(BothModes, AProtectionStatusReportNeedsAKnownClient) {
   const std::string report = std::string("requestid=103&functiontype=3&uid=") + kUid + "&av=1&dlp=5";
   EXPECT_EQ(Ask(report), "-39");
-  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
-  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
   EXPECT_EQ(Ask(report), "1");
   EXPECT_EQ(db_->Value("SELECT mask FROM protection_status"), "65");
 }
@@ -128,8 +133,7 @@ TEST_P(BothModes, ASignedReplyVerifiesWithTheCertificate) {
     if (line.rfind("SA_SN=", 0) == 0) serial = line.substr(6);
   }
   ASSERT_FALSE(serial.empty());
-  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
-  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
 
   const std::string signed_ =
       Get(host_->port(), Poll(kUid) + "&SA_ISR=" + UrlEncode(issuer) + "&SA_SN=" + serial + "&SA_RN=42");
@@ -174,8 +178,7 @@ double Seconds(F&& request) {
 
 TEST_F(System, AStoppedServiceIsAnsweredMinus5AtOnceAndRecoveryFollowsItsRestart) {
   StartHost(false);
-  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
-  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
   ASSERT_EQ(service_.Stop(), 0);
   std::string answer;
   EXPECT_LT(Seconds([&] { answer = Ask(Poll(kUid)); }), 2.0);
@@ -186,8 +189,7 @@ TEST_F(System, AStoppedServiceIsAnsweredMinus5AtOnceAndRecoveryFollowsItsRestart
 
 TEST_F(System, ASlowServiceIsBoundedByTheReplyTimeout) {
   StartHost(false);
-  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
-  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
   service_.Signal(SIGSTOP);
   std::string answer;
   const double took = Seconds([&] { answer = Ask(Poll(kUid)); });
@@ -207,8 +209,7 @@ TEST_F(System, ASlowServiceIsBoundedByTheReplyTimeout) {
 
 TEST_F(System, AServiceKilledBeforeItAnswersCostsOneRequestOnly) {
   StartHost(false);
-  ASSERT_EQ(Ask(Registration(kUid)).substr(0, 2), "1\n");
-  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
   service_.Signal(SIGSTOP);
   std::string answer;
   double took = 0;
