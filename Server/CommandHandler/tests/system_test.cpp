@@ -200,7 +200,7 @@ TEST_F(System, ASlowServiceIsBoundedByTheReplyTimeout) {
   // The late answer finds its reply pipe gone; the service goes on.
   EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]", 0), 0u);
   std::string log;
-  for (int i = 0; i < 100 && log.find("reply pipe gone") == std::string::npos; ++i) {
+  for (int i = 0; i < 250 && log.find("reply pipe gone") == std::string::npos; ++i) {
     log = ReadFile(folder_ + "/service.log");
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
