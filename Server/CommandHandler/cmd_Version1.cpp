@@ -115,14 +115,20 @@ bool Read(Context& context, const Command1& command, const std::vector<std::u16s
       break;
     case Action::kConfigFlag: {
       bool set = false;
-      if (!Number(fields[3], &number)) return *what = "dropped: the flag is not a number", false;
+      if (!Number(fields[3], &number)) {
+        *what = "dropped: the flag is not a number";
+        return false;
+      }
       ok = context.store.IsConfigFlagSet(uid, static_cast<uint32_t>(number), &set);
       *text = set ? "1" : "0";
       *what = "flag " + std::to_string(number) + (set ? " set" : " not set");
       break;
     }
     case Action::kAlertMessage:
-      if (!Number(fields[3], &number)) return *what = "dropped: the function type is not a number", false;
+      if (!Number(fields[3], &number)) {
+        *what = "dropped: the function type is not a number";
+        return false;
+      }
       ok = context.store.AlertMessage(uid, static_cast<int32_t>(number), text);
       *what = "function type " + std::to_string(number) + ", " + std::to_string(text->size()) + " bytes";
       break;
@@ -132,7 +138,8 @@ bool Read(Context& context, const Command1& command, const std::vector<std::u16s
       *what = "domain \"" + *text + "\"";
       break;
     default:
-      return *what = "dropped: not a reader", false;
+      *what = "dropped: not a reader";
+      return false;
   }
   if (!ok) *what = "dropped: the database failed";
   if (!uid.empty()) *what = "uid=" + uid + " " + *what;
