@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 
 #include "channel/channel_Settings.h"
 #include "channel/cmdal2_OutputCmd.h"
@@ -164,6 +165,34 @@ TEST_F(Service, VersionOneSettersAndFlags) {
   ASSERT_TRUE(db_->Exec("UPDATE client_config SET config_flags = 4096"));
   ASSERT_TRUE(cmdal_IsConfigFlagSet(kUid, 0x1000, &set));
   EXPECT_TRUE(set);
+}
+
+TEST_F(Service, AlertMessagesAndDomainsAreReadFromTheDatabase) {
+  ASSERT_TRUE(Register(kUid, u"PC"));
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  ASSERT_TRUE(db_->Exec("UPDATE clients SET domain = 'CORP', addistinguishedname = '';"
+                        "INSERT INTO alert_messages (uid, function_type, text) VALUES (NULL, 2, 'old');"
+                        "INSERT INTO alert_messages (uid, function_type, text) VALUES (NULL, 2, 'new');"
+                        "INSERT INTO alert_messages (uid, function_type, text) VALUES (NULL, 3, 'other type')"));
+  struct Case {
+    const char* what;
+    std::function<bool(std::u16string*)> read;
+    std::u16string expected;
+  } cases[] = {
+      {"newest of its type", [](std::u16string* t) { return cmdal_GetClnAlertMsg(kUid, 2, t); }, u"new"},
+      {"none of this type", [](std::u16string* t) { return cmdal_GetClnAlertMsg(kUid, 9, t); }, u""},
+      {"domain", [](std::u16string* t) { return cmdal_PfwGetClientDomain(kUid, t); }, u"CORP"},
+      {"full domain falls back", [](std::u16string* t) { return cmdal_PfwGetClientFullDomain(kUid, t); }, u"CORP"},
+  };
+  for (const Case& c : cases) {
+    std::u16string text = u"<unset>";
+    EXPECT_TRUE(c.read(&text)) << c.what;
+    EXPECT_EQ(text, c.expected) << c.what;
+  }
+  ASSERT_TRUE(db_->Exec("UPDATE clients SET addistinguishedname = 'CN=PC,DC=corp'"));
+  std::u16string full;
+  ASSERT_TRUE(cmdal_PfwGetClientFullDomain(kUid, &full));
+  EXPECT_EQ(full, u"CN=PC,DC=corp");
 }
 
 TEST_F(Service, AFileBackedMessageIsReadFromItsSpillFileWhichIsThenDeleted) {
