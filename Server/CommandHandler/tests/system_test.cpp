@@ -61,7 +61,7 @@ class System : public ::testing::Test {
   bool StartService() {
     const std::string log = folder_ + "/service.log";
     const std::size_t before = ReadFile(log).size();
-    service_ = Child({VGCR_CMDHANDLER, "--data", folder_, "--instances", "4"}, log);
+    service_.Start({VGCR_CMDHANDLER, "--data", folder_, "--instances", "4"}, log);
     for (int i = 0; i < 500; ++i) {
       if (ReadFile(log).find("listening", before) != std::string::npos) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));

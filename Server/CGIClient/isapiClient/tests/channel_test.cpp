@@ -52,20 +52,6 @@ TEST_F(Channel, OneWayCommandArrivesAsBuilt) {
   EXPECT_EQ(message.GetSize(), 0u) << "the sender took the bytes";
 }
 
-TEST_F(Channel, A2500ByteMessageTravelsAs1024And1024And452) {
-  CMsgSerializer message(u"CMDHLV2_CLN_ON_START");
-  const uint32_t prologue = message.GetSize();
-  std::vector<uint8_t> block(2500 - prologue - 4, 0x42);
-  ser::WriteBlock(message, block.data(), static_cast<uint32_t>(block.size()));
-  ASSERT_EQ(message.GetSize(), 2500u);
-  ASSERT_TRUE(cmdal2_Send(message));
-  auto received = peer_.WaitFor(1);
-  ASSERT_EQ(received.size(), 1u);
-  EXPECT_EQ(received[0].pieceSizes, (std::vector<uint32_t>{1024, 1024, 452}));
-  ASSERT_TRUE(received[0].message.ok);
-  EXPECT_EQ(received[0].message.fields[0], block);
-}
-
 TEST_F(Channel, RoundTripLoadsTheReplyIntoTheSameSerializer) {
   peer_.Script(u"CMDHLV2_HEARTBEAT_NOTIFY", EchoReply(7));
   CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY");

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "guard_record.h"
 #include "trace_sink.h"
 
@@ -19,59 +21,47 @@ TEST(MemoryGuard, WithoutARecordTheServerIsNeverOver) {
       << "read once (time was due), then cached";
 }
 
-TEST(MemoryGuard, ARecordThatSaysOverHoldsUntilItSaysZero) {
-  GuardRecord record(kMemThresholdRecord);
-  ASSERT_TRUE(record.ok());
-  record.Set(1, 1, 2);  // over; re-read every request; every 2 s
-  GuardCaches caches;
-  g_now = 5000;
-  EXPECT_TRUE(CheckMemoryThreshold(caches, FakeTick));
-  EXPECT_EQ(caches.memCheckCount.load(), 1u);
-  EXPECT_EQ(caches.memMonitorInterval.load(), 2000u) << "seconds kept as milliseconds";
-  EXPECT_TRUE(CheckMemoryThreshold(caches, FakeTick));
-  record.Set(0, 1, 2);
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick)) << "a check count of 1 reads every request";
-}
+// A step publishes the record (over, check count, seconds) when asked to,
+// sets the clock, and asks the guard.
+struct Step {
+  bool publish;
+  uint32_t over, count, seconds;
+  uint32_t tick;
+  bool expected;
+};
+struct Sequence {
+  const char* name;
+  std::vector<Step> steps;
+};
 
-TEST(MemoryGuard, TheRecordIsReadEveryNRequestsOrWhenTimeIsUp) {
-  GuardRecord record(kMemThresholdRecord);
-  ASSERT_TRUE(record.ok());
-  record.Set(0, 3, 10);
-  GuardCaches caches;
-  g_now = 1000000;
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick));  // due: time
-  record.Set(1, 3, 10);
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick)) << "request 1 of 3: cached";
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick)) << "request 2 of 3: cached";
-  EXPECT_TRUE(CheckMemoryThreshold(caches, FakeTick)) << "request 3: read";
-  record.Set(0, 3, 10);
-  g_now += 10001;
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick)) << "10 s passed: read";
-}
-
-TEST(MemoryGuard, TheTickWrapStillTriggersARead) {
-  GuardRecord record(kMemThresholdRecord);
-  ASSERT_TRUE(record.ok());
-  record.Set(0, 1000, 2);
-  GuardCaches caches;
-  g_now = 0xFFFFFF00u;
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick));
-  record.Set(1, 1000, 2);
-  g_now = 0xFFFFFF00u + 1000;  // wrapped, 1 s later
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick));
-  g_now = 0xFFFFFF00u + 2001;  // wrapped, past the interval
-  EXPECT_TRUE(CheckMemoryThreshold(caches, FakeTick));
-}
-
-TEST(MemoryGuard, ACheckCountOfZeroCountsAsOne) {
-  GuardRecord record(kMemThresholdRecord);
-  ASSERT_TRUE(record.ok());
-  record.Set(1, 0, 1000);
-  GuardCaches caches;
-  g_now = 50000;
-  EXPECT_TRUE(CheckMemoryThreshold(caches, FakeTick));
-  record.Set(0, 0, 1000);
-  EXPECT_FALSE(CheckMemoryThreshold(caches, FakeTick)) << "no division by zero; read again";
+TEST(MemoryGuard, TheRecordIsReadEveryNRequestsOrWhenItsTimeIsUp) {
+  constexpr uint32_t kWrap = 0xFFFFFF00u;
+  const Sequence sequences[] = {
+      // A check count of 1 reads the record at every request.
+      {"over_until_zero", {{true, 1, 1, 2, 5000, true}, {false, 0, 0, 0, 5000, true}, {true, 0, 1, 2, 5000, false}}},
+      // Requests 1 and 2 of 3 answer from the cache, the 3rd reads; so does 10 s later.
+      {"every_third_or_time",
+       {{true, 0, 3, 10, 1000000, false},
+        {true, 1, 3, 10, 1000000, false},
+        {false, 0, 0, 0, 1000000, false},
+        {false, 0, 0, 0, 1000000, true},
+        {true, 0, 3, 10, 1010001, false}}},
+      {"tick_wrap", {{true, 0, 1000, 2, kWrap, false}, {true, 1, 1000, 2, kWrap + 1000, false},
+                     {false, 0, 0, 0, kWrap + 2001, true}}},
+      // No division by zero: a count of 0 counts as 1.
+      {"count_zero", {{true, 1, 0, 1000, 50000, true}, {true, 0, 0, 1000, 50000, false}}},
+  };
+  for (const Sequence& sequence : sequences) {
+    GuardRecord record(kMemThresholdRecord);
+    ASSERT_TRUE(record.ok());
+    GuardCaches caches;
+    int index = 0;
+    for (const Step& step : sequence.steps) {
+      if (step.publish) record.Set(step.over, step.count, step.seconds);
+      g_now = step.tick;
+      EXPECT_EQ(CheckMemoryThreshold(caches, FakeTick), step.expected) << sequence.name << " step " << index++;
+    }
+  }
 }
 
 TEST(DiskGuard, ReadsItsOwnFieldOrderAndHandsTheStatusOn) {

@@ -30,26 +30,6 @@ TEST(Module, ExportsItsEntryPointsAndAnswersInBothModes) {
 }
 
 #if defined(_WIN32)
-TEST(Module, ComRegistrationExportsBehaveAsAModuleWithoutClasses) {
-  isapi::Module module;
-  std::string error;
-  ASSERT_TRUE(module.Load(VGCR_EXTENSION_MODULE, &error)) << error;
-  using Fn = HRESULT(WINAPI*)();
-  using GetClassObjectFn = HRESULT(WINAPI*)(REFCLSID, REFIID, LPVOID*);
-  auto registerServer = reinterpret_cast<Fn>(module.Symbol("DllRegisterServer"));
-  auto unregisterServer = reinterpret_cast<Fn>(module.Symbol("DllUnregisterServer"));
-  auto canUnload = reinterpret_cast<Fn>(module.Symbol("DllCanUnloadNow"));
-  auto getClassObject = reinterpret_cast<GetClassObjectFn>(module.Symbol("DllGetClassObject"));
-  ASSERT_TRUE(registerServer && unregisterServer && canUnload && getClassObject);
-  EXPECT_EQ(registerServer(), S_OK);
-  EXPECT_EQ(unregisterServer(), S_OK);
-  EXPECT_EQ(canUnload(), S_OK);
-  void* object = reinterpret_cast<void*>(1);
-  const GUID none{};
-  EXPECT_EQ(getClassObject(none, none, &object), CLASS_E_CLASSNOTAVAILABLE);
-  EXPECT_EQ(object, nullptr);
-}
-
 TEST(Module, ATokenThatCannotBeSetIs500WithSubStatus24) {
   isapi::Module module;
   std::string error;

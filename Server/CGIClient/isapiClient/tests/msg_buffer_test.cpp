@@ -38,26 +38,6 @@ TEST(MsgBuffer, CapacityGrowsToTheNextStepStrictlyAboveTheNeed) {
   }
 }
 
-TEST(MsgBuffer, ExceptionsCarryCodeMessageCategorySourceAndLine) {
-  const std::pair<uint32_t, const char16_t*> messages[] = {
-      {0, u"Out of range"}, {1, u"Invalid buffer"}, {2, u"Not owner"}, {3, u""}, {99, u""}};
-  for (const auto& [code, message] : messages) {
-    CIPCMsgBufferException e(code, u"util_ipc_msg_buffer", 42);
-    EXPECT_EQ(e.Code(), code);
-    EXPECT_EQ(e.Message(), message);
-    EXPECT_EQ(e.Category(), 4);
-  }
-  CIPCMsgBuffer empty;
-  try {
-    empty.ReadU32();
-    FAIL() << "no exception";
-  } catch (const CIPCMsgBufferException& e) {
-    EXPECT_EQ(e.Code(), CIPCMsgBufferException::kInvalidBuffer) << "not Out of range: no block at all";
-    EXPECT_EQ(e.SourceFile(), u"util_ipc_msg_buffer");
-    EXPECT_GT(e.Line(), 0u);
-  }
-}
-
 TEST(MsgBuffer, LengthThatClaimsTooMuchIsTracedThenRaisedPastTheLengthWord) {
   TraceCapture capture;
   CIPCMsgBuffer buffer;

@@ -50,31 +50,4 @@ TEST(PipeServer, TheLocalEventEndsAWaitWithSuccessButNoData) {
   setter.join();
 }
 
-TEST(PipeServer, ReadsAMessageAndNamesTheClientProcess) {
-  const std::u16string name = plat::testing::UniqueName("vgcr recv");
-  CPipeServer server(5000);
-  ASSERT_TRUE(server.Initial(name.c_str()));
-  TraceCapture capture;
-  std::thread writer([&name] {
-    CPipeClient client;
-    if (!client.Open(name.c_str())) return;
-    uint32_t length = 5;
-    client.Send("hello", &length);
-    client.Close();
-  });
-  char buffer[16];
-  uint32_t length = 16;
-  uint32_t pid = 0;
-  EXPECT_EQ(server.Recv(buffer, &length, &pid), 1);
-  EXPECT_FALSE(server.ExtraSignalled());
-  EXPECT_EQ(std::string(buffer, length), "hello");
-  EXPECT_EQ(pid, plat::CurrentProcessId());
-  EXPECT_EQ(capture.Count("CPipeServer::Recv - The connected pipe client PID [" +
-                          std::to_string(plat::CurrentProcessId()) + "]"),
-            1);
-  writer.join();
-  length = 16;
-  EXPECT_EQ(server.Recv(buffer, &length, nullptr), 0) << "the client's close ends the reply";
-}
-
 }  // namespace

@@ -90,10 +90,4 @@ TEST(RequestParams, ValuesReadBackAsUtf8) {
   EXPECT_EQ(narrow, "\x80");
 }
 
-TEST(RequestParams, NamesHashWithoutCase) {
-  RequestParams::NameHash hash;
-  EXPECT_EQ(hash("RequestID"), hash("requestid"));
-  EXPECT_EQ(hash("ab"), std::size_t{'A'} * 33 + 'B');
-}
-
 }  // namespace

@@ -44,17 +44,6 @@ TEST(MsgSerializer, PrologueIsExactToTheByte) {
   EXPECT_EQ(message.Header()[1], 0xAC);
 }
 
-TEST(MsgSerializer, EmptyRecordIsTheFourPrologueItemsAlone) {
-  CMsgSerializer message(u"X");
-  Bytes wire = WireOf(message);
-  std::vector<peer::Bytes> items;
-  std::string error;
-  ASSERT_TRUE(peer::SplitItems(wire.data(), wire.size(), &items, &error)) << error;
-  ASSERT_EQ(items.size(), 4u);
-  EXPECT_EQ(peer::AsWString(items[2]), u"X");
-  EXPECT_EQ(peer::AsWString(items[3]).rfind(u"0105X", 0), 0u);
-}
-
 TEST(Serializer, FieldKindsHaveTheirLengthWords) {
   CMsgSerializer message(u"X");
   const uint32_t start = message.GetSize();
@@ -113,29 +102,6 @@ TEST(Serializer, MessagesTooShortForTheirPrologueRaise) {
     EXPECT_THROW(receiver.Load(bytes.data(), static_cast<uint32_t>(bytes.size())), CIPCMsgBufferException)
         << bytes.size();
   }
-}
-
-TEST(Serializer, FileBackedMessageCarriesItsPathAndFlag) {
-  ScopedServerFolder folder;
-  CMsgSerializer message(u"CMDHLV2_SET_VIRUS_LOG", 2);
-  ser::WriteWString(message, u"in the file");
-  ser::WriteU32(message, 77);
-  Bytes wire = WireOf(message);
-  std::vector<peer::Bytes> items;
-  std::string error;
-  ASSERT_TRUE(peer::SplitItems(wire.data(), wire.size(), &items, &error)) << error;
-  ASSERT_EQ(items.size(), 5u) << "prologue and the path";
-  EXPECT_EQ(items[1][4], 0x02) << "bit 1 of header byte 4";
-  EXPECT_EQ(items[1][1], 0xAC);
-  EXPECT_EQ(peer::AsWString(items[4]), message.FilePath());
-  message.HandOverSpillFile();
-
-  peer::Message decoded = peer::DecodeMessage(wire, true);
-  ASSERT_TRUE(decoded.ok) << decoded.error;
-  EXPECT_TRUE(decoded.fileBacked);
-  ASSERT_EQ(decoded.fields.size(), 2u);
-  EXPECT_EQ(peer::AsWString(decoded.fields[0]), u"in the file");
-  EXPECT_EQ(peer::AsU32(decoded.fields[1]), 77u);
 }
 
 TEST(Serializer, AFileBackedMessageNamingAnyOtherFileIsRefused) {

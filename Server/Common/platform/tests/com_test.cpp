@@ -102,15 +102,5 @@ TEST(ClsidFromString, AcceptsExactlyTheRegistryForm) {
   }
 }
 
-TEST(ClsidFromString, FillsTheFieldsInOrder) {
-  Guid guid;
-  ASSERT_EQ(ClsidFromString(u"{3F2504E0-4F89-11D3-9A0C-0305E82C3301}", &guid), kSOk);
-  EXPECT_EQ(guid.data1, 0x3F2504E0u);
-  EXPECT_EQ(guid.data2, 0x4F89u);
-  EXPECT_EQ(guid.data3, 0x11D3u);
-  const uint8_t tail[8] = {0x9A, 0x0C, 0x03, 0x05, 0xE8, 0x2C, 0x33, 0x01};
-  for (int i = 0; i < 8; ++i) EXPECT_EQ(guid.data4[i], tail[i]) << i;
-}
-
 }  // namespace
 }  // namespace plat

@@ -90,7 +90,8 @@ std::string UrlEncode(const std::string& text) {
   return out;
 }
 
-Child::Child(const std::vector<std::string>& args, const std::string& output) {
+bool Child::Start(const std::vector<std::string>& args, const std::string& output) {
+  Kill();
   std::vector<std::string> copy = args;
   std::vector<char*> argv;
   for (auto& a : copy) argv.push_back(a.data());
@@ -103,19 +104,7 @@ Child::Child(const std::vector<std::string>& args, const std::string& output) {
   }
   if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid_ = -1;
   posix_spawn_file_actions_destroy(&actions);
-}
-
-Child::~Child() { Kill(); }
-
-Child::Child(Child&& other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
-
-Child& Child::operator=(Child&& other) noexcept {
-  if (this != &other) {
-    Kill();
-    pid_ = other.pid_;
-    other.pid_ = -1;
-  }
-  return *this;
+  return pid_ > 0;
 }
 
 int Child::Stop() {
@@ -148,7 +137,7 @@ Host::Host(std::vector<std::string> extra) {
   std::vector<std::string> args = {VGCR_ISAPI_HOST, "--extension", VGCR_EXTENSION_MODULE, "--listen",
                                    "127.0.0.1:" + std::to_string(port_)};
   args.insert(args.end(), extra.begin(), extra.end());
-  child_ = Child(args);
+  child_.Start(args);
   for (int i = 0; i < 250 && child_.running(); ++i) {
     int fd = Connect(port_);
     if (fd >= 0) {

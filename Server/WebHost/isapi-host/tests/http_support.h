@@ -28,10 +28,13 @@ std::string UrlEncode(const std::string& text);
 class Child {
  public:
   Child() = default;
-  explicit Child(const std::vector<std::string>& args, const std::string& output = "");
-  ~Child();
-  Child(Child&& other) noexcept;
-  Child& operator=(Child&& other) noexcept;
+  explicit Child(const std::vector<std::string>& args, const std::string& output = "") { Start(args, output); }
+  ~Child() { Kill(); }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  // Kills a child still running, then starts args[0] with its standard
+  // output and error appended to `output` (when given).
+  bool Start(const std::vector<std::string>& args, const std::string& output = "");
   bool running() const { return pid_ > 0; }
   pid_t pid() const { return pid_; }
   // SIGTERM, then the exit status (-1 when it did not exit normally).

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "http_support.h"
-#include "service_peer.h"
 
 namespace {
 
@@ -80,47 +79,6 @@ TEST(IsapiHost, TheDefaultsAdmitTheLongestRegistration) {
   }
   ASSERT_GT(query.size(), 55000u);
   EXPECT_EQ(Body(Get(host.port(), query)), "-2");
-}
-
-}  // namespace
-
-namespace {
-
-// A registration and a poll over real HTTP, through isapi-host and the
-// extension, to a stand-in service on the pipes.
-TEST(IsapiHostEndToEnd, ARegistrationArrivesByteExactAndAPollIsAnswered) {
-  peer::ServicePeer service;
-  peer::Reply heartbeat;
-  heartbeat.make = [](const peer::Received& r) {
-    peer::Bytes block = r.message.fields.at(0);
-    block[8] = 12;  // message id
-    block[12] = 3;  // setting sequence
-    return peer::Builder().Prologue(r.message.command, r.message.identifier).U32(1).Block(block).bytes();
-  };
-  service.Script(u"CMDHLV2_HEARTBEAT_NOTIFY", heartbeat);
-  ASSERT_TRUE(service.Start());
-  Host host;
-  ASSERT_TRUE(host.ready());
-  const std::string uid = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
-  const std::string registration = "requestid=101&uid=" + uid +
-                                   "&date=20261122&time=031500&computer=PC%C3%A9&platform=Linux&ip=10.0.0.7"
-                                   "&program=14.0&timezone=-480&engine=22.1&domain=CORP&hotfix=KB1&instdate=20260101"
-                                   "&insttime=120000&release=14.0.1";
-  EXPECT_EQ(Body(Get(host.port(), registration)).substr(0, 2), "1\n");
-  auto received = service.WaitFor(1);
-  ASSERT_EQ(received.size(), 1u);
-  ASSERT_EQ(received[0].message.command, u"CMDHLV2_CLN_ON_START");
-  const peer::Bytes& block = received[0].message.fields.at(0);
-  ASSERT_EQ(block.size(), 17412u);
-  // "PC" + e-acute at offset 112, UTF-16LE, then its terminator.
-  const peer::Bytes computer = {'P', 0, 'C', 0, 0xE9, 0, 0, 0};
-  EXPECT_EQ(peer::Bytes(block.begin() + 112, block.begin() + 120), computer);
-  const peer::Bytes timezone = {0x20, 0xFE, 0xFF, 0xFF};
-  EXPECT_EQ(peer::Bytes(block.begin() + 12312, block.begin() + 12316), timezone);
-
-  EXPECT_EQ(Body(Get(host.port(), "requestid=207&functiontype=1&uid=" + uid)),
-            "[Polling_Response]\r\nRECEIVING_STATUS=1\r\nINDIVIDUAL_SETTING=0\r\nMESSAGE_ID=12\r\nSETTING_SEQUENCE=3");
-  EXPECT_EQ(host.Stop(), 0);
 }
 
 }  // namespace
