@@ -38,7 +38,8 @@ int64_t Statement::Int(int column) const { return sqlite3_column_int64(statement
 
 std::string Statement::Text(int column) const {
   const auto* text = sqlite3_column_text(statement_, column);
-  return text ? std::string(reinterpret_cast<const char*>(text), static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)))
+  return text ? std::string(reinterpret_cast<const char*>(text),
+                            static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)))
               : std::string();
 }
 

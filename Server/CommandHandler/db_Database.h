@@ -81,4 +81,15 @@ class Transaction {
   bool done_ = false;
 };
 
+// Runs `work` (a callable returning bool) in one transaction: committed
+// when it returns true, rolled back otherwise.
+template <typename Work>
+bool InTransaction(Database& database, Work&& work) {
+  Transaction transaction(database);
+  return transaction.ok() && work() && transaction.Commit();
+}
+
+// The current time as the tables keep it: UTC, "YYYY-MM-DD hh:mm:ss.sss".
+inline constexpr const char* kNowSql = "strftime('%Y-%m-%d %H:%M:%f','now')";
+
 }  // namespace db

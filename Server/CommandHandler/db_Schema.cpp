@@ -5,7 +5,6 @@
 namespace db {
 namespace {
 
-constexpr const char* kNow = "(strftime('%Y-%m-%d %H:%M:%f','now'))";
 
 std::string Quoted(const char* name) { return std::string("\"") + name + "\""; }
 
@@ -27,7 +26,7 @@ std::string ClientsTable() {
 // of each log, kept as the client sent them.
 std::string LogTable(const char* name, std::initializer_list<const char*> keys) {
   std::string sql = std::string("CREATE TABLE IF NOT EXISTS ") + name +
-                    " (\n  id INTEGER PRIMARY KEY,\n  received TEXT NOT NULL DEFAULT " + kNow +
+                    " (\n  id INTEGER PRIMARY KEY,\n  received TEXT NOT NULL DEFAULT (" + kNowSql + ")" +
                     ",\n  uid TEXT NOT NULL COLLATE NOCASE,\n  release TEXT,\n  record_type INTEGER";
   for (const char* key : keys) sql += ",\n  " + Quoted(key) + " TEXT";
   return sql + "\n);\n";

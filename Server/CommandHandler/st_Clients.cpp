@@ -8,8 +8,6 @@
 namespace st {
 namespace {
 
-constexpr const char* kNow = "strftime('%Y-%m-%d %H:%M:%f','now')";
-
 bool Known(db::Database& database, const std::string& uid) {
   db::Statement s = database.Prepare("SELECT 1 FROM clients WHERE uid = ?");
   return s.Bind(1, uid).Step();
@@ -25,9 +23,9 @@ std::string RegistrationSql() {
     updates += std::string(", \"") + f.key + "\" = excluded.\"" + f.key + "\"";
     ++count;
   }
-  return "INSERT INTO clients (uid, first_seen, last_seen, " + columns + ") VALUES (?, " + kNow + ", " + kNow +
-         values + ") ON CONFLICT(uid) DO UPDATE SET last_seen = excluded.last_seen, registrations = registrations + 1" +
-         updates;
+  return "INSERT INTO clients (uid, first_seen, last_seen, " + columns + ") VALUES (?, " + db::kNowSql + ", " +
+         db::kNowSql + values +
+         ") ON CONFLICT(uid) DO UPDATE SET last_seen = excluded.last_seen, registrations = registrations + 1" + updates;
 }
 
 }  // namespace
@@ -39,76 +37,79 @@ bool Store::Register(const uint8_t* block, std::size_t size, std::string* uid, b
   *uid = plat::ToUtf8(rec::ReadUnits(block + uidField->offset, uidField->size / 2));
   if (uid->empty()) return false;
 
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  *isNew = !Known(database_, *uid);
-  db::Statement s = database_.Prepare(sql);
-  s.Bind(1, *uid);
-  int index = 2;
-  for (const onstart::Field& f : onstart::kFields) {
-    if (f.offset == uidField->offset) continue;
-    if (f.kind == onstart::Kind::kText) {
-      s.Bind(index++, plat::ToUtf8(rec::ReadUnits(block + f.offset, f.size / 2)));
-    } else {
-      s.Bind(index++, rec::ReadLE(block + f.offset, f.size, f.kind == onstart::Kind::kI32));
+  return db::InTransaction(database_, [&] {
+    *isNew = !Known(database_, *uid);
+    db::Statement s = database_.Prepare(sql);
+    s.Bind(1, *uid);
+    int index = 2;
+    for (const onstart::Field& f : onstart::kFields) {
+      if (f.offset == uidField->offset) continue;
+      if (f.kind == onstart::Kind::kText) {
+        s.Bind(index++, plat::ToUtf8(rec::ReadUnits(block + f.offset, f.size / 2)));
+      } else {
+        s.Bind(index++, rec::ReadLE(block + f.offset, f.size, f.kind == onstart::Kind::kI32));
+      }
     }
-  }
-  return s.Run() && transaction.Commit();
+    return s.Run();
+  });
 }
 
 bool Store::SetProtectionStatus(const std::string& uid, uint32_t mask, bool* known) {
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  *known = Known(database_, uid);
-  if (!*known) return true;
-  db::Statement s = database_.Prepare(
-      std::string("INSERT OR REPLACE INTO protection_status (uid, reported, mask, av, \"as\", wr, at_office, fw, "
-                  "aegis, dlp, ncie, ccsf) VALUES (?, ") + kNow + ", ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-  s.Bind(1, uid).Bind(2, mask);
-  for (int bit = 0; bit < 9; ++bit) s.Bind(3 + bit, (mask >> bit) & 1);
-  return s.Run() && transaction.Commit();
+  return db::InTransaction(database_, [&] {
+    *known = Known(database_, uid);
+    if (!*known) return true;
+    db::Statement s = database_.Prepare(
+        std::string("INSERT OR REPLACE INTO protection_status (uid, reported, mask, av, \"as\", wr, at_office, fw, "
+                    "aegis, dlp, ncie, ccsf) VALUES (?, ") +
+        db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    s.Bind(1, uid).Bind(2, mask);
+    for (int bit = 0; bit < 9; ++bit) s.Bind(3 + bit, (mask >> bit) & 1);
+    return s.Run();
+  });
 }
 
 bool Store::SetLogonUser(const std::string& uid, const std::string& user, const std::string& userUid) {
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  db::Statement s = database_.Prepare(std::string("INSERT OR REPLACE INTO logon_user VALUES (?, ") + kNow + ", ?, ?)");
-  return s.Bind(1, uid).Bind(2, user).Bind(3, userUid).Run() && transaction.Commit();
+  return db::InTransaction(database_, [&] {
+    db::Statement s =
+        database_.Prepare(std::string("INSERT OR REPLACE INTO logon_user VALUES (?, ") + db::kNowSql + ", ?, ?)");
+    return s.Bind(1, uid).Bind(2, user).Bind(3, userUid).Run();
+  });
 }
 
 bool Store::Heartbeat(const std::string& uid, int32_t requestType, const std::string& debugInfo, bool* known,
                       PollingState* state) {
   *state = PollingState{};
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  *known = Known(database_, uid);
-  if (!*known) return true;
-  // A client polling for the first time starts with the newest message
-  // that addresses it.
-  db::Statement upsert = database_.Prepare(
-      std::string("INSERT INTO polling_state (uid, individual_setting, message_id, last_poll, last_request_type, "
-                  "debug_info) VALUES (?1, EXISTS (SELECT 1 FROM client_sections WHERE uid = ?1), "
-                  "(SELECT IFNULL(MAX(id), 0) FROM alert_messages WHERE uid IS NULL OR uid = ?1), ") +
-      kNow + ", ?2, ?3) ON CONFLICT(uid) DO UPDATE SET last_poll = excluded.last_poll, "
-             "last_request_type = excluded.last_request_type, debug_info = excluded.debug_info");
-  if (!upsert.Bind(1, uid).Bind(2, requestType).Bind(3, debugInfo).Run()) return false;
-  db::Statement read = database_.Prepare(
-      "SELECT individual_setting, message_id, setting_sequence FROM polling_state WHERE uid = ?");
-  if (!read.Bind(1, uid).Step()) return false;
-  state->individualSetting = static_cast<int32_t>(read.Int(0));
-  state->messageId = static_cast<int32_t>(read.Int(1));
-  state->settingSequence = static_cast<int32_t>(read.Int(2));
-  return transaction.Commit();
+  return db::InTransaction(database_, [&] {
+    *known = Known(database_, uid);
+    if (!*known) return true;
+    // A client polling for the first time starts with the newest message
+    // that addresses it.
+    db::Statement upsert = database_.Prepare(
+        std::string("INSERT INTO polling_state (uid, individual_setting, message_id, last_poll, last_request_type, "
+                    "debug_info) VALUES (?1, EXISTS (SELECT 1 FROM client_sections WHERE uid = ?1), "
+                    "(SELECT IFNULL(MAX(id), 0) FROM alert_messages WHERE uid IS NULL OR uid = ?1), ") +
+        db::kNowSql +
+        ", ?2, ?3) ON CONFLICT(uid) DO UPDATE SET last_poll = excluded.last_poll, "
+        "last_request_type = excluded.last_request_type, debug_info = excluded.debug_info");
+    if (!upsert.Bind(1, uid).Bind(2, requestType).Bind(3, debugInfo).Run()) return false;
+    db::Statement read =
+        database_.Prepare("SELECT individual_setting, message_id, setting_sequence FROM polling_state WHERE uid = ?");
+    if (!read.Bind(1, uid).Step()) return false;
+    state->individualSetting = static_cast<int32_t>(read.Int(0));
+    state->messageId = static_cast<int32_t>(read.Int(1));
+    state->settingSequence = static_cast<int32_t>(read.Int(2));
+    return true;
+  });
 }
 
 bool Store::SetFirewallCounts(const std::string& uid, const FirewallCounts& counts) {
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  db::Statement s = database_.Prepare(std::string("INSERT OR REPLACE INTO firewall_counts VALUES (?, ") + kNow +
-                                      ", ?, ?, ?, ?, ?, ?, ?)");
-  s.Bind(1, uid).Bind(2, counts.textField);
-  for (int i = 0; i < 6; ++i) s.Bind(3 + i, counts.counts[i]);
-  return s.Run() && transaction.Commit();
+  return db::InTransaction(database_, [&] {
+    db::Statement s = database_.Prepare(std::string("INSERT OR REPLACE INTO firewall_counts VALUES (?, ") +
+                                        db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?)");
+    s.Bind(1, uid).Bind(2, counts.textField);
+    for (int i = 0; i < 6; ++i) s.Bind(3 + i, counts.counts[i]);
+    return s.Run();
+  });
 }
 
 }  // namespace st

@@ -5,14 +5,16 @@
 namespace st {
 namespace {
 
-constexpr const char* kNow = "strftime('%Y-%m-%d %H:%M:%f','now')";
-
 const char* ColumnOf(ClientValue which) {
   switch (which) {
-    case ClientValue::kScheduledUpdate: return "scheduled_update";
-    case ClientValue::kWarningSetting: return "warning_setting";
-    case ClientValue::kPolicyId: return "policy_id";
-    case ClientValue::kStatFlag: return "stat_flag";
+    case ClientValue::kScheduledUpdate:
+      return "scheduled_update";
+    case ClientValue::kWarningSetting:
+      return "warning_setting";
+    case ClientValue::kPolicyId:
+      return "policy_id";
+    case ClientValue::kStatFlag:
+      return "stat_flag";
   }
   return "stat_flag";
 }
@@ -32,37 +34,37 @@ bool Store::ReadSection(const std::string& uid, const std::string& section, std:
   return !fallback.failed();
 }
 
-bool Store::WriteSection(const std::string& uid, const std::string& section, const std::string& text,
-                         uint32_t event) {
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  db::Statement s = database_.Prepare(std::string("INSERT INTO client_sections VALUES (?, ?, ?, ") + kNow +
-                                      ") ON CONFLICT(uid, section) DO UPDATE SET text = excluded.text, "
-                                      "updated = excluded.updated");
-  if (!s.Bind(1, uid).Bind(2, section).Bind(3, text).Run()) return false;
-  db::Statement pending = database_.Prepare(std::string("INSERT OR REPLACE INTO config_records (uid, event, created) "
-                                                        "VALUES (?, ?, ") + kNow + ")");
-  return pending.Bind(1, uid).Bind(2, event).Run() && transaction.Commit();
+bool Store::WriteSection(const std::string& uid, const std::string& section, const std::string& text, uint32_t event) {
+  return db::InTransaction(database_, [&] {
+    db::Statement s = database_.Prepare(std::string("INSERT INTO client_sections VALUES (?, ?, ?, ") + db::kNowSql +
+                                        ") ON CONFLICT(uid, section) DO UPDATE SET text = excluded.text, "
+                                        "updated = excluded.updated");
+    if (!s.Bind(1, uid).Bind(2, section).Bind(3, text).Run()) return false;
+    db::Statement pending = database_.Prepare(std::string("INSERT OR REPLACE INTO config_records (uid, event, created) "
+                                                          "VALUES (?, ?, ") +
+                                              db::kNowSql + ")");
+    return pending.Bind(1, uid).Bind(2, event).Run();
+  });
 }
 
 bool Store::RemoveConfigRecord(const std::string& uid, uint32_t event, bool* removed) {
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  db::Statement s = database_.Prepare("DELETE FROM config_records WHERE uid = ? AND event = ? RETURNING 1");
-  *removed = s.Bind(1, uid).Bind(2, event).Step();
-  while (s.Step()) {
-  }
-  return !s.failed() && transaction.Commit();
+  return db::InTransaction(database_, [&] {
+    db::Statement s = database_.Prepare("DELETE FROM config_records WHERE uid = ? AND event = ? RETURNING 1");
+    *removed = s.Bind(1, uid).Bind(2, event).Step();
+    while (s.Step()) {
+    }
+    return !s.failed();
+  });
 }
 
 bool Store::SetClientValue(const std::string& uid, ClientValue which, int64_t value) {
-  db::Transaction transaction(database_);
-  if (!transaction.ok()) return false;
-  const std::string column = ColumnOf(which);
-  db::Statement s = database_.Prepare("INSERT INTO client_config (uid, " + column + ", updated) VALUES (?, ?, " +
-                                      kNow + ") ON CONFLICT(uid) DO UPDATE SET " + column + " = excluded." + column +
-                                      ", updated = excluded.updated");
-  return s.Bind(1, uid).Bind(2, value).Run() && transaction.Commit();
+  return db::InTransaction(database_, [&] {
+    const std::string column = ColumnOf(which);
+    db::Statement s = database_.Prepare("INSERT INTO client_config (uid, " + column + ", updated) VALUES (?, ?, " +
+                                        db::kNowSql + ") ON CONFLICT(uid) DO UPDATE SET " + column + " = excluded." +
+                                        column + ", updated = excluded.updated");
+    return s.Bind(1, uid).Bind(2, value).Run();
+  });
 }
 
 bool Store::IsConfigFlagSet(const std::string& uid, uint32_t flag, bool* set) {
@@ -91,13 +93,15 @@ bool Store::AlertMessage(const std::string& uid, int32_t functionType, std::stri
 }
 
 bool Store::LoadDefaults(const std::map<std::string, std::string>& sections) {
-  db::Transaction transaction(database_);
-  if (!transaction.ok() || !database_.Exec("DELETE FROM section_defaults")) return false;
-  for (const auto& [name, text] : sections) {
-    db::Statement s = database_.Prepare(std::string("INSERT INTO section_defaults VALUES (?, ?, ") + kNow + ")");
-    if (!s.Bind(1, name).Bind(2, text).Run()) return false;
-  }
-  return transaction.Commit();
+  return db::InTransaction(database_, [&] {
+    if (!database_.Exec("DELETE FROM section_defaults")) return false;
+    for (const auto& [name, text] : sections) {
+      db::Statement s =
+          database_.Prepare(std::string("INSERT INTO section_defaults VALUES (?, ?, ") + db::kNowSql + ")");
+      if (!s.Bind(1, name).Bind(2, text).Run()) return false;
+    }
+    return true;
+  });
 }
 
 }  // namespace st
