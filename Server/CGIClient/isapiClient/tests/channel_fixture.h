@@ -20,5 +20,16 @@ class WithServicePeer : public ::testing::Test {
     SetChannelReplyTimeoutMs(0);
   }
 
+  // The fields of the one version-2 message the stand-in received; a failure
+  // (and no fields) when it got none, several, or another command.
+  std::vector<peer::Bytes> OnlyMessage(const char16_t* command) {
+    const auto received = peer_.WaitFor(1);
+    if (received.size() != 1 || received[0].message.command != command) {
+      ADD_FAILURE() << received.size() << " messages received";
+      return {};
+    }
+    return received[0].message.fields;
+  }
+
   peer::ServicePeer peer_;
 };

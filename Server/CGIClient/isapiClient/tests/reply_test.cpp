@@ -47,11 +47,9 @@ class ConfigRecord : public WithServicePeer {};
 
 TEST_F(ConfigRecord, RemovalSendsTheFixed128ByteRecord) {
   ASSERT_TRUE(RemoveConfigRecord(u"3F2504E0-4F89-11D3-9A0C-0305E82C3301-and-more", 115, u"6.0.1234"));
-  auto received = peer_.WaitFor(1);
-  ASSERT_EQ(received.size(), 1u);
-  ASSERT_EQ(received[0].message.command, u"CMDHLV2_CLN_REMOVE_CONFIG_REC");
-  ASSERT_EQ(received[0].message.fields.size(), 1u);
-  const peer::Bytes& block = received[0].message.fields[0];
+  const auto fields = OnlyMessage(u"CMDHLV2_CLN_REMOVE_CONFIG_REC");
+  ASSERT_EQ(fields.size(), 1u);
+  const peer::Bytes& block = fields[0];
   ASSERT_EQ(block.size(), 128u);
   EXPECT_EQ(peer::AsU32(block), 115u);
   EXPECT_EQ(peer::AsWString(peer::Bytes(block.begin() + 4, block.begin() + 78)),
