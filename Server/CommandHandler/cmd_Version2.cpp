@@ -1,13 +1,10 @@
 #include "cmd_Version2.h"
 
 #include "channel/channel_Settings.h"
-#include "handlers/isapi_OnServiceStatus.h"
-#include "handlers/isapi_OnStart.h"
-#include "handlers/isapi_OnUpdate.h"
-#include "handlers/isapi_PollingSetting.h"
-#include "host/rsp_SignRecords.h"
+#include "channel/rec_Lifecycle.h"
+#include "channel/rec_Settings.h"
+#include "channel/rec_Sign.h"
 #include "platform/text.h"
-#include "rec_Block.h"
 
 namespace cmd {
 namespace {
@@ -21,8 +18,8 @@ std::string OnStart(Context& context, CMsgSerializer& message, Reply2&) {
   std::string uid;
   bool isNew = false;
   if (!context.store.Register(block.data(), block.size(), &uid, &isNew)) return "dropped: not stored (uid " + uid + ")";
-  const onstart::Field* computer = onstart::Find("computer");
-  return "uid=" + uid + " computer=" + Utf8(rec::ReadUnits(block.data() + computer->offset, computer->size / 2)) +
+  const rec::Field* computer = onstart::Find("computer");
+  return "uid=" + uid + " computer=" + Utf8(rec::GetText(block.data() + computer->offset, computer->size / 2)) +
          (isNew ? " registered" : " registered again");
 }
 
@@ -46,16 +43,15 @@ std::string OnProtectionStatus(Context& context, CMsgSerializer& message, Reply2
 std::string OnHeartbeat(Context& context, CMsgSerializer& message, Reply2& answer) {
   tagCln_Heartbeat record;
   if (!record.Deserialize(message)) return "dropped: incomplete record";
-  const std::string uid = Utf8(rec::ReadUnits(record.block + tagCln_Heartbeat::kUid, tagCln_Heartbeat::kUidUnits));
-  const std::string debugInfo =
-      Utf8(rec::ReadUnits(record.block + tagCln_Heartbeat::kDebugInfo, tagCln_Heartbeat::kDebugInfoUnits));
+  const std::string uid = Utf8(record.Text(tagCln_Heartbeat::kUid));
+  const std::string debugInfo = Utf8(record.Text(tagCln_Heartbeat::kDebugInfo));
   bool known = false;
   st::PollingState state;
-  if (!context.store.Heartbeat(uid, record.Get(tagCln_Heartbeat::kRequestType), debugInfo, &known, &state))
+  if (!context.store.Heartbeat(uid, static_cast<int32_t>(record.Number(tagCln_Heartbeat::kRequestType)), debugInfo, &known, &state))
     return "dropped: not stored";
-  record.Set(tagCln_Heartbeat::kIndividualSetting, state.individualSetting);
-  record.Set(tagCln_Heartbeat::kMessageId, state.messageId);
-  record.Set(tagCln_Heartbeat::kSettingSequence, state.settingSequence);
+  record.Put(tagCln_Heartbeat::kIndividualSetting, state.individualSetting);
+  record.Put(tagCln_Heartbeat::kMessageId, state.messageId);
+  record.Put(tagCln_Heartbeat::kSettingSequence, state.settingSequence);
   // The receiving status: 1 when the poll was recorded for a known client.
   ser::WriteU32(answer.Fields(), known ? 1 : 0);
   record.Serialize(answer.Fields());
@@ -64,11 +60,11 @@ std::string OnHeartbeat(Context& context, CMsgSerializer& message, Reply2& answe
 }
 
 std::string OnRemoveConfigRecord(Context& context, CMsgSerializer& message, Reply2&) {
-  uint8_t block[128];
-  if (!ser::ReadBlock(message, block, sizeof block)) return "dropped: incomplete record";
-  const auto event = static_cast<uint32_t>(rec::ReadLE(block, 4, false));
-  const std::string uid = Utf8(rec::ReadUnits(block + 4, 37));
-  const std::string release = Utf8(rec::ReadUnits(block + 78, 8));
+  tagCln_RemoveConfigRec record;
+  if (!record.Deserialize(message)) return "dropped: incomplete record";
+  const auto event = static_cast<uint32_t>(record.Number(tagCln_RemoveConfigRec::kEvent));
+  const std::string uid = Utf8(record.Text(tagCln_RemoveConfigRec::kUid));
+  const std::string release = Utf8(record.Text(tagCln_RemoveConfigRec::kRelease));
   bool removed = false;
   if (!context.store.RemoveConfigRecord(uid, event, &removed)) return "dropped: not stored";
   return "uid=" + uid + " event=" + std::to_string(event) + " release=" + release +

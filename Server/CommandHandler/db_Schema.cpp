@@ -1,6 +1,6 @@
 #include "db_Schema.h"
 
-#include "handlers/isapi_OnStart.h"
+#include "channel/rec_Lifecycle.h"
 
 namespace db {
 namespace {
@@ -15,9 +15,9 @@ std::string ClientsTable() {
       "  first_seen TEXT NOT NULL,\n"
       "  last_seen TEXT NOT NULL,\n"
       "  registrations INTEGER NOT NULL DEFAULT 1";
-  for (const onstart::Field& f : onstart::kFields) {
-    if (std::string(f.key) == "uid") continue;
-    sql += ",\n  " + Quoted(f.key) + (f.kind == onstart::Kind::kText ? " TEXT" : " INTEGER");
+  for (const rec::Field& f : onstart::kFields) {
+    if (std::string(f.name) == "uid") continue;
+    sql += ",\n  " + Quoted(f.name) + (f.kind == rec::Kind::kText ? " TEXT" : " INTEGER");
   }
   return sql + "\n);\n";
 }
@@ -150,10 +150,10 @@ END;
 
 std::string ClientColumnList() {
   std::string list;
-  for (const onstart::Field& f : onstart::kFields) {
-    if (std::string(f.key) == "uid") continue;
+  for (const rec::Field& f : onstart::kFields) {
+    if (std::string(f.name) == "uid") continue;
     if (!list.empty()) list += ", ";
-    list += Quoted(f.key);
+    list += Quoted(f.name);
   }
   return list;
 }

@@ -1,8 +1,7 @@
 // Registration, protection status, logon user, heartbeat, firewall counts.
 #include "db_Schema.h"
-#include "handlers/isapi_OnStart.h"
+#include "channel/rec_Lifecycle.h"
 #include "platform/text.h"
-#include "rec_Block.h"
 #include "st_Store.h"
 
 namespace st {
@@ -17,10 +16,10 @@ std::string RegistrationSql() {
   const std::string columns = db::ClientColumnList();
   std::string values, updates;
   int count = 0;
-  for (const onstart::Field& f : onstart::kFields) {
-    if (std::string(f.key) == "uid") continue;
+  for (const rec::Field& f : onstart::kFields) {
+    if (std::string(f.name) == "uid") continue;
     values += ", ?";
-    updates += std::string(", \"") + f.key + "\" = excluded.\"" + f.key + "\"";
+    updates += std::string(", \"") + f.name + "\" = excluded.\"" + f.name + "\"";
     ++count;
   }
   return "INSERT INTO clients (uid, first_seen, last_seen, " + columns + ") VALUES (?, " + db::kNowSql + ", " +
@@ -33,8 +32,8 @@ std::string RegistrationSql() {
 bool Store::Register(const uint8_t* block, std::size_t size, std::string* uid, bool* isNew) {
   if (size != tagCln_CgiOnStart::kSize) return false;
   static const std::string sql = RegistrationSql();
-  const onstart::Field* uidField = onstart::Find("uid");
-  *uid = plat::ToUtf8(rec::ReadUnits(block + uidField->offset, uidField->size / 2));
+  const rec::Field* uidField = onstart::Find("uid");
+  *uid = plat::ToUtf8(rec::GetText(block + uidField->offset, uidField->size / 2));
   if (uid->empty()) return false;
 
   return db::InTransaction(database_, [&] {
@@ -42,12 +41,12 @@ bool Store::Register(const uint8_t* block, std::size_t size, std::string* uid, b
     db::Statement s = database_.Prepare(sql);
     s.Bind(1, *uid);
     int index = 2;
-    for (const onstart::Field& f : onstart::kFields) {
+    for (const rec::Field& f : onstart::kFields) {
       if (f.offset == uidField->offset) continue;
-      if (f.kind == onstart::Kind::kText) {
-        s.Bind(index++, plat::ToUtf8(rec::ReadUnits(block + f.offset, f.size / 2)));
+      if (f.kind == rec::Kind::kText) {
+        s.Bind(index++, plat::ToUtf8(rec::GetText(block + f.offset, f.size / 2)));
       } else {
-        s.Bind(index++, rec::ReadLE(block + f.offset, f.size, f.kind == onstart::Kind::kI32));
+        s.Bind(index++, rec::GetNumber(block, f));
       }
     }
     return s.Run();

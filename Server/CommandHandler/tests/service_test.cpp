@@ -9,9 +9,8 @@
 #include "channel/cmdal_CmdAPI.h"
 #include "channel/pipe_Client.h"
 #include "db_probe.h"
+#include "channel/rec_Lifecycle.h"
 #include "handlers/hdl_Common.h"
-#include "handlers/isapi_OnStart.h"
-#include "handlers/isapi_PollingSetting.h"
 #include "host/rsp_Reply.h"
 #include "platform/text.h"
 #include "svc_Service.h"
@@ -44,15 +43,14 @@ class Service : public ::testing::Test {
 
   static bool Register(const char16_t* uid) {
     tagCln_CgiOnStart record;
-    const onstart::Field* f = onstart::Find("uid");
-    for (std::size_t i = 0; uid[i]; ++i) PutLE(record.block + f->offset + 2 * i, 2, uid[i]);
+    record.Put(*onstart::Find("uid"), uid);
     return SendRecord(u"CMDHLV2_CLN_ON_START", record);
   }
 
   static bool Heartbeat(const char16_t* uid, tagCln_Heartbeat* answer) {
     tagCln_Heartbeat record;
-    record.Set(tagCln_Heartbeat::kRequestType, 1);
-    record.SetText(tagCln_Heartbeat::kUid, tagCln_Heartbeat::kUidUnits, uid);
+    record.Put(tagCln_Heartbeat::kRequestType, 1);
+    record.Put(tagCln_Heartbeat::kUid, uid);
     CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY", 1);
     message << record;
     if (!cmdal2_SendAndRecv(message, message.Identifier().c_str())) return false;
@@ -93,8 +91,8 @@ TEST_F(Service, AHeartbeatAnswersThePollingStateTheDatabaseHolds) {
   ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
   tagCln_Heartbeat answer;
   ASSERT_TRUE(Heartbeat(kUid, &answer));
-  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kIndividualSetting), 0);
-  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kMessageId), 0);
+  EXPECT_EQ(answer.Number(tagCln_Heartbeat::kIndividualSetting), 0);
+  EXPECT_EQ(answer.Number(tagCln_Heartbeat::kMessageId), 0);
 
   // A console adds a message and a client setting with the shell.
   ASSERT_TRUE(db_->Exec("INSERT INTO alert_messages (uid, text) VALUES (NULL, 'to all');"
@@ -104,13 +102,13 @@ TEST_F(Service, AHeartbeatAnswersThePollingStateTheDatabaseHolds) {
   ASSERT_TRUE(cmdal_SetMsCfg(kUid, u"[Manual_Scan]\r\nCpuUsage=1\r\n"));
   ASSERT_EQ(db_->WaitFor("SELECT setting_sequence FROM polling_state", "2"), "2");
   ASSERT_TRUE(Heartbeat(kUid, &answer));
-  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kIndividualSetting), 1);
-  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kMessageId), 2);
-  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kSettingSequence), 2);
+  EXPECT_EQ(answer.Number(tagCln_Heartbeat::kIndividualSetting), 1);
+  EXPECT_EQ(answer.Number(tagCln_Heartbeat::kMessageId), 2);
+  EXPECT_EQ(answer.Number(tagCln_Heartbeat::kSettingSequence), 2);
   EXPECT_EQ(db_->Value("SELECT last_request_type FROM polling_state"), "1");
 
   ASSERT_TRUE(Heartbeat(u"00000000-0000-0000-0000-000000000002", &answer)) << "an unknown client is answered";
-  EXPECT_EQ(answer.Get(tagCln_Heartbeat::kSettingSequence), 0);
+  EXPECT_EQ(answer.Number(tagCln_Heartbeat::kSettingSequence), 0);
   EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM polling_state"), "1") << "and not stored";
 }
 

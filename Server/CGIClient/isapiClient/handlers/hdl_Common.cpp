@@ -31,17 +31,6 @@ bool IsValidUid(const std::u16string& uid, const char16_t* traceSource, const ch
   return true;
 }
 
-void CopyToField(char16_t* field, std::size_t units, const std::u16string& text) {
-  std::size_t n = text.size() < units ? text.size() : units - 1;
-  std::memcpy(field, text.data(), n * sizeof(char16_t));
-  field[n] = u'\0';
-}
-
-void PutLE(uint8_t* at, int bytes, long value) {
-  const auto bits = static_cast<unsigned long>(value);
-  for (int i = 0; i < bytes; ++i) at[i] = static_cast<uint8_t>(bits >> (8 * i));
-}
-
 bool SendRecord(const char16_t* command, ISerializable& record) {
   try {
     CMsgSerializer message(command, 1);

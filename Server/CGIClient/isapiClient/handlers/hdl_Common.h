@@ -16,14 +16,6 @@ bool ReadNumber(const RequestParams& params, const char* name, long* value);
 // handler's source and the answer is false.
 bool IsValidUid(const std::u16string& uid, const char16_t* traceSource, const char16_t* handlerName);
 
-// Copies text into a fixed UTF-16 field of `units` code units, terminated;
-// a text too long for the field is cut to units - 1 characters.
-void CopyToField(char16_t* field, std::size_t units, const std::u16string& text);
-
 // Builds the command with the record as its body and sends it one way; false
 // when it could not be built or delivered.
 bool SendRecord(const char16_t* command, ISerializable& record);
-
-// Writes a little-endian value of `bytes` bytes (1, 2 or 4) at `at`,
-// truncated to that width.
-void PutLE(uint8_t* at, int bytes, long value);

@@ -2,6 +2,7 @@
 
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/cmdal_CmdAPI.h"
+#include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
 #include "host/rsp_Reply.h"
@@ -53,14 +54,6 @@ int32_t RunFunctionType(long functionType, const RequestParams& params, const st
 }
 
 }  // namespace
-
-bool CComplianceClientProtection::Serialize(ISerializer& s) {
-  return ser::WriteWString(s, uid) && ser::WriteU32(s, mask);
-}
-
-bool CComplianceClientProtection::Deserialize(ISerializer& s) {
-  return ser::ReadWString(s, &uid) && ser::ReadU32(s, &mask);
-}
 
 bool ReportClientProtectionStatus(const RequestParams& params, const std::u16string& uid, int32_t* status) {
   CComplianceClientProtection record;

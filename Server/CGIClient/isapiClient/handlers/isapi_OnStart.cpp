@@ -4,6 +4,7 @@
 #include <string>
 
 #include "channel/cmdal2_OutputCmd.h"
+#include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
 #include "host/rsp_Reply.h"
@@ -14,9 +15,6 @@ namespace {
 
 constexpr char16_t kTraceSource[] = u".\\isapi_OnStart";
 constexpr char16_t kName[] = u"ProcessOnStart";
-
-using onstart::Field;
-using onstart::Kind;
 
 // The keys the registration must have, in the order they are checked, with
 // the result when one is missing or too long. Numbers read between them:
@@ -120,23 +118,13 @@ class RecordFiller {
   RecordFiller(const RequestParams& params, tagCln_CgiOnStart& record) : params_(params), record_(record) {}
 
   // A number, truncated to its field's width; 0 when absent.
-  long Number(const char* key) {
+  void Number(const char* key) {
     long value = 0;
     ReadNumber(params_, key, &value);
-    const Field* field = onstart::Find(key);
-    PutLE(record_.block + field->offset, field->size, value);
-    return value;
+    record_.Put(*onstart::Find(key), value);
   }
-  void Text(const char* key, const std::u16string& value) {
-    const Field* field = onstart::Find(key);
-    const std::size_t units = field->size / 2;
-    const std::size_t n = value.size() < units ? value.size() : units - 1;
-    for (std::size_t i = 0; i < n; ++i) PutLE(record_.block + field->offset + 2 * i, 2, value[i]);
-  }
-  uint32_t StoredU32(const char* key) const {
-    const uint8_t* at = record_.block + onstart::Find(key)->offset;
-    return uint32_t{at[0]} | uint32_t{at[1]} << 8 | uint32_t{at[2]} << 16 | uint32_t{at[3]} << 24;
-  }
+  void Text(const char* key, const std::u16string& value) { record_.Put(*onstart::Find(key), value); }
+  uint32_t Stored(const char* key) const { return static_cast<uint32_t>(record_.Number(*onstart::Find(key))); }
 
  private:
   const RequestParams& params_;
@@ -166,9 +154,9 @@ void FillOptional(const RequestParams& params, RecordFiller& fill) {
     if (o.limit == 0) {
       fill.Number(o.key);
       if (std::strcmp(o.key, "salptnver") == 0) {
-        VGCR_TRACE(73, u"%s - BEP_PTN=%d, SAL_PTN=%d", kName, fill.StoredU32("bepptnver"), fill.StoredU32("salptnver"));
+        VGCR_TRACE(73, u"%s - BEP_PTN=%d, SAL_PTN=%d", kName, fill.Stored("bepptnver"), fill.Stored("salptnver"));
       } else if (std::strcmp(o.key, "SystemModel") == 0) {
-        VGCR_TRACE(73, u"%s - System Model=[%d]", kName, fill.StoredU32("SystemModel"));
+        VGCR_TRACE(73, u"%s - System Model=[%d]", kName, fill.Stored("SystemModel"));
       }
       continue;
     }
@@ -182,14 +170,11 @@ void FillOptional(const RequestParams& params, RecordFiller& fill) {
 
 }  // namespace
 
-bool tagCln_CgiOnStart::Serialize(ISerializer& s) { return ser::WriteBlock(s, block, kSize); }
-bool tagCln_CgiOnStart::Deserialize(ISerializer& s) { return ser::ReadBlock(s, block, kSize); }
-
 int32_t ProcessOnStart(const RequestParams& params, CHttpResponse& response) {
   UTIL::CComInitiator com(plat::kCoInitApartmentThreaded, false);
   VGCR_TRACE(8, u"[ProcessOnStart] Enter");
   tagCln_CgiOnStart record;
-  PutLE(record.block, 4, 1);
+  record.Put(onstart::kVersion, 1);
   RecordFiller fill(params, record);
   if (int32_t result = FillRequired(params, fill); result != 1) return result;
   FillOptional(params, fill);

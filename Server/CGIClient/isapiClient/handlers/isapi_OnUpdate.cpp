@@ -1,6 +1,7 @@
 #include "isapi_OnUpdate.h"
 
 #include "channel/cmdal2_OutputCmd.h"
+#include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
 #include "host/rsp_Reply.h"
@@ -10,14 +11,6 @@ namespace {
 constexpr char16_t kTraceSource[] = u".\\isapi_OnUpdate";
 constexpr char16_t kLogonUser[] = u"ProcessOnLogonUser";
 }  // namespace
-
-bool tagCln_CgiOnLogonUser::Serialize(ISerializer& s) {
-  return ser::WriteWString(s, uid) && ser::WriteWString(s, logonUser) && ser::WriteWString(s, logonUserId);
-}
-
-bool tagCln_CgiOnLogonUser::Deserialize(ISerializer& s) {
-  return ser::ReadWString(s, &uid) && ser::ReadWString(s, &logonUser) && ser::ReadWString(s, &logonUserId);
-}
 
 int32_t ProcessOnLogonUser(const RequestParams& params, CHttpResponse& response) {
   VGCR_TRACE(68, u"%s - >>>", kLogonUser);

@@ -4,10 +4,11 @@
 #include <cstring>
 
 #include "channel/cmdal2_OutputCmd.h"
+#include "channel/rec_Settings.h"
+#include "channel/rec_Sign.h"
 #include "channel/ser_MsgSerializer.h"
 #include "platform/codepage.h"
 #include "platform/process.h"
-#include "rsp_SignRecords.h"
 #include "support/dbg_Trace.h"
 #include "support/mbwc_MBWC.h"
 #include "support/str_Format.h"
@@ -26,21 +27,6 @@ bool WriteSigned(const RequestParams& params, CHttpResponse& response, const cha
   response.SetHeader("Content-Type", "application/octet-stream");
   response.Write(body, length);
   return response.Flush();
-}
-
-// The removal record: 128 bytes, zeroed; event (u32) at 0, uid (UTF-16, 37
-// units) at 4, release (UTF-16, 8 units) at 78.
-struct RemovalRecord : ISerializable {
-  uint8_t block[128] = {};
-  bool Serialize(ISerializer& s) override { return ser::WriteBlock(s, block, sizeof block); }
-  bool Deserialize(ISerializer& s) override { return ser::ReadBlock(s, block, sizeof block); }
-};
-
-void PutUnits(uint8_t* at, std::size_t units, const char16_t* text) {
-  for (std::size_t i = 0; text && text[i] && i + 1 < units; ++i) {
-    at[2 * i] = static_cast<uint8_t>(text[i]);
-    at[2 * i + 1] = static_cast<uint8_t>(text[i] >> 8);
-  }
 }
 
 }  // namespace
@@ -129,10 +115,10 @@ bool CheckValidDomainString(const RequestParams& params, std::u16string* domain)
 
 bool RemoveConfigRecord(const char16_t* uid, uint32_t event, const char16_t* release) {
   VGCR_TRACE(8, u"[RemoveConfigRecord] remove uid = %s, event = %ld", uid ? uid : u"", event);
-  RemovalRecord record;
-  std::memcpy(record.block, &event, 4);
-  PutUnits(record.block + 4, 37, uid);
-  PutUnits(record.block + 78, 8, release);
+  tagCln_RemoveConfigRec record;
+  record.Put(tagCln_RemoveConfigRec::kEvent, event);
+  record.Put(tagCln_RemoveConfigRec::kUid, uid ? uid : u"");
+  record.Put(tagCln_RemoveConfigRec::kRelease, release ? release : u"");
   try {
     CMsgSerializer message(u"CMDHLV2_CLN_REMOVE_CONFIG_REC", 1);
     message << record;

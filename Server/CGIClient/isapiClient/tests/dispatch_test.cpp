@@ -12,7 +12,7 @@
 #include "host/ext_Extension.h"
 #include "host/grd_Guards.h"
 #include "host/isapi_Routes.h"
-#include "host/rsp_SignRecords.h"
+#include "channel/rec_Sign.h"
 #include "inprocess_host.h"
 #include "platform/event.h"
 #include "platform/process.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "channel/ser_Serializer.h"
+#include "ser_Serializer.h"
 
 // The certificate the client expects: issuer and serial number.
 struct _CERT_ID_BASE64 {

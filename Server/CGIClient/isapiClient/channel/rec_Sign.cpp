@@ -1,4 +1,4 @@
-#include "rsp_SignRecords.h"
+#include "rec_Sign.h"
 
 bool tagSASignData::Serialize(ISerializer& s) {
   return ser::WriteWString(s, certificate.issuer) && ser::WriteWString(s, certificate.serial) &&
