@@ -5,6 +5,7 @@
 #include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
+#include "host/isapi_Result.h"
 #include "host/rsp_Reply.h"
 #include "support/dbg_Trace.h"
 
@@ -23,33 +24,35 @@ int32_t RunFunctionType(long functionType, const RequestParams& params, const st
       long state = 0;
       ReadNumber(params, "scheduleupdatestatus", &state);
       cmdal_SetClinetCfg_SUStatus(uid.c_str(), state != 0);
-      return -5;  // the client always sees a failure for this type
+      return kResultNotDelivered;  // the client always sees a failure for this type
     }
     case 2: {
       long value = 0;
       ReadNumber(params, "enablewarningflag", &value);
       const auto warning = static_cast<uint32_t>(value);
-      if (!cmdal_SetClinetCfg_WarningSetting(uid.c_str(), &warning)) return -5;
+      if (!cmdal_SetClinetCfg_WarningSetting(uid.c_str(), &warning)) return kResultNotDelivered;
       *replyDue = true;
-      return 1;
+      return kResultHandled;
     }
     case 3: {
-      int32_t status = 1;
-      if (!ReportClientProtectionStatus(params, uid, &status)) return status == 1 ? -5 : status;
+      int32_t status = kResultHandled;
+      if (!ReportClientProtectionStatus(params, uid, &status)) {
+        return status == kResultHandled ? kResultNotDelivered : status;
+      }
       *replyDue = true;
       return status;
     }
     case 4: {
       std::u16string release;
       *replyDue = true;
-      if (!params.GetString("release", &release, 7)) return -7;
+      if (!params.GetString("release", &release, 7)) return kResultMissingRelease;
       if (!RemoveConfigRecord(uid.c_str(), kRemovalEvent, release.c_str())) {
         VGCR_TRACE(68, u"[ProcessRqIni] The config record in DB is not successfully reset.");
       }
-      return 1;
+      return kResultHandled;
     }
     default:
-      return -3;
+      return kResultBadFunctionType;
   }
 }
 
@@ -74,19 +77,19 @@ bool ReportClientProtectionStatus(const RequestParams& params, const std::u16str
   const bool ok = cmdal2_SendAndRecv(message, message.Identifier().c_str());
   VGCR_TRACE(68, u"[ProcessOnServiceStatus] result:[%d]", ok ? 1 : 0);
   if (!ok) {
-    *status = -5;
+    *status = kResultNotDelivered;
     VGCR_TRACE(69, u"[ProcessRqCfg] Leave due error(%d)", *status);
     return false;
   }
   uint32_t exists = 0;
   uint32_t size = 4;
   if (!message.Read(&exists, &size)) {
-    *status = -5;
+    *status = kResultNotDelivered;
     return false;
   }
   VGCR_TRACE(68, u"[ProcessOnServiceStatus] Client Existence:[%d]", exists);
   if (exists == 0) {
-    *status = -39;
+    *status = kResultUnknownClient;
     return false;
   }
   return true;
@@ -94,30 +97,30 @@ bool ReportClientProtectionStatus(const RequestParams& params, const std::u16str
 
 int32_t ProcessOnServiceStatus(const RequestParams& params, CHttpResponse& response) {
   VGCR_TRACE(68, u"[ProcessOnServiceStatus] Enter");
-  int32_t status = 1;
+  int32_t status = kResultHandled;
   long functionType = 0;
-  if (!ReadNumber(params, "functiontype", &functionType)) status = -3;
+  if (!ReadNumber(params, "functiontype", &functionType)) status = kResultBadFunctionType;
   std::u16string uid;
   if (!params.GetString("uid", &uid, 36)) {
-    status = -6;
+    status = kResultInvalidUid;
     uid.clear();
   }
-  if (!IsValidUid(uid, kTraceSource, u"ProcessOnServiceStatus")) status = -6;
-  if (status != 1) {
+  if (!IsValidUid(uid, kTraceSource, u"ProcessOnServiceStatus")) status = kResultInvalidUid;
+  if (status != kResultHandled) {
     VGCR_TRACE(69, u"[ProcessOnServiceStatus] Leave due error(%d)", status);
     return status;
   }
   VGCR_TRACE(68, u"[ProcessOnServiceStatus] FunctionType = %d, Uid = %s", static_cast<int32_t>(functionType), uid);
   bool replyDue = false;
-  int32_t result = 1;
+  int32_t result = kResultHandled;
   try {
     status = RunFunctionType(functionType, params, uid, &replyDue);
   } catch (const CIPCMsgBufferException&) {
-    status = -5;  // a reply too short for its fields
+    status = kResultNotDelivered;  // a reply too short for its fields
     replyDue = false;
   }
   if (replyDue) {
-    result = WriteCodeReply(params, response, status) ? 1 : -49;
+    result = WriteCodeReply(params, response, status) ? kResultHandled : kResultBackOff;
   } else {
     result = status;
     VGCR_TRACE(69, u"[ProcessOnServiceStatus] Leave due error(%d)", status);

@@ -7,6 +7,7 @@
 #include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
+#include "host/isapi_Result.h"
 #include "host/rsp_Reply.h"
 #include "support/dbg_Trace.h"
 #include "support/ut_InitCOM.h"
@@ -22,15 +23,23 @@ constexpr char16_t kName[] = u"ProcessOnStart";
 struct Required {
   const char* key;
   uint32_t limit;
-  int32_t result;
+  HandlerResult result;
   const char* numbersAfter[2];
 };
 constexpr Required kRequired[] = {
-    {"uid", 36, -6, {"clienttype", nullptr}}, {"date", 8, -11, {}},       {"time", 6, -12, {}},
-    {"computer", 120, -13, {}},               {"platform", 22, -15, {}},  {"ip", 65, -16, {}},
-    {"program", 20, -18, {"buildnum", "timezone"}}, {"engine", 20, -25, {}}, {"domain", 120, -14, {}},
-    {"hotfix", 14, -21, {}},                  {"instdate", 8, -19, {}},   {"insttime", 6, -20, {}},
-    {"release", 7, -7, {}},
+    {"uid", 36, kResultInvalidUid, {"clienttype", nullptr}},
+    {"date", 8, kResultBadDate, {}},
+    {"time", 6, kResultBadTime, {}},
+    {"computer", 120, kResultBadComputer, {}},
+    {"platform", 22, kResultBadPlatform, {}},
+    {"ip", 65, kResultBadIp, {}},
+    {"program", 20, kResultBadProgram, {"buildnum", "timezone"}},
+    {"engine", 20, kResultBadEngine, {}},
+    {"domain", 120, kResultBadDomain, {}},
+    {"hotfix", 14, kResultBadHotfix, {}},
+    {"instdate", 8, kResultBadInstallDate, {}},
+    {"insttime", 6, kResultBadInstallTime, {}},
+    {"release", 7, kResultMissingRelease, {}},
 };
 
 // The optional keys, in the order they are read. A limit of 0 marks a number.
@@ -144,7 +153,7 @@ int32_t FillRequired(const RequestParams& params, RecordFiller& fill) {
       if (number) fill.Number(number);
     }
   }
-  return 1;
+  return kResultHandled;
 }
 
 // Steps 3 to 5: the optional keys, their detail lines and the two lines
@@ -176,15 +185,15 @@ int32_t ProcessOnStart(const RequestParams& params, CHttpResponse& response) {
   tagCln_CgiOnStart record;
   record.Put(onstart::kVersion, 1);
   RecordFiller fill(params, record);
-  if (int32_t result = FillRequired(params, fill); result != 1) return result;
+  if (int32_t result = FillRequired(params, fill); result != kResultHandled) return result;
   FillOptional(params, fill);
 
-  int32_t result = 1;
+  int32_t result = kResultHandled;
   const bool sent = SendRecord(u"CMDHLV2_CLN_ON_START", record);
   if (sent) {
-    result = WriteCodeAndTimeReply(params, response, 1) ? 1 : -49;
+    result = WriteCodeAndTimeReply(params, response, 1) ? kResultHandled : kResultBackOff;
   } else {
-    result = -5;
+    result = kResultNotDelivered;
     VGCR_TRACE(69, u"%s - Leave due error(%d)", kName, result);
   }
   VGCR_TRACE(68, u"%s - Leave", kName);

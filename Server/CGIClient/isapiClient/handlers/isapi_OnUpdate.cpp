@@ -4,6 +4,7 @@
 #include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
+#include "host/isapi_Result.h"
 #include "host/rsp_Reply.h"
 #include "support/dbg_Trace.h"
 
@@ -14,13 +15,13 @@ constexpr char16_t kLogonUser[] = u"ProcessOnLogonUser";
 
 int32_t ProcessOnLogonUser(const RequestParams& params, CHttpResponse& response) {
   VGCR_TRACE(68, u"%s - >>>", kLogonUser);
-  int32_t result = 1;
+  int32_t result = kResultHandled;
   long functionType = 0;
-  if (!ReadNumber(params, "functiontype", &functionType)) result = -3;
+  if (!ReadNumber(params, "functiontype", &functionType)) result = kResultBadFunctionType;
   tagCln_CgiOnLogonUser record;
-  if (!params.GetString("uid", &record.uid, 36)) return -6;
+  if (!params.GetString("uid", &record.uid, 36)) return kResultInvalidUid;
   VGCR_TRACE(68, u"%s - UID: [%s].", kLogonUser, record.uid);
-  if (!IsValidUid(record.uid, kTraceSource, kLogonUser)) result = -6;
+  if (!IsValidUid(record.uid, kTraceSource, kLogonUser)) result = kResultInvalidUid;
   std::u16string value;
   if (params.GetString("LogonUser", &value, 256)) {
     VGCR_TRACE(68, u"%s - LogonUser: [%s].", kLogonUser, value);
@@ -30,15 +31,15 @@ int32_t ProcessOnLogonUser(const RequestParams& params, CHttpResponse& response)
     VGCR_TRACE(68, u"%s - LogonUser GUID: [%s].", kLogonUser, value);
     record.logonUserId = value;
   }
-  if (result != 1) {
+  if (result != kResultHandled) {
     VGCR_TRACE(68, u"%s - Leave due error(%d)", kLogonUser, result);
     return result;
   }
   const bool sent = SendRecord(u"CMDHLV2_CLN_ON_LOGON_USER", record);
   if (sent) {
-    result = WriteTextReply(params, response, "", 0) ? 1 : -49;
+    result = WriteTextReply(params, response, "", 0) ? kResultHandled : kResultBackOff;
   } else {
-    result = -5;
+    result = kResultNotDelivered;
     VGCR_TRACE(68, u"%s - Leave due error(%d)", kLogonUser, result);
   }
   VGCR_TRACE(68, u"%s - <<<", kLogonUser);

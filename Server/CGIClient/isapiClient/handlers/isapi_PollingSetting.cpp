@@ -6,6 +6,7 @@
 #include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
+#include "host/isapi_Result.h"
 #include "host/rsp_Reply.h"
 #include "support/dbg_Trace.h"
 #include "support/str_Format.h"
@@ -17,24 +18,24 @@ constexpr char16_t kTraceSource[] = u".\\isapi_PollingSetting";
 int32_t ProcessPollingSetting(const RequestParams& params, CHttpResponse& response) {
   tagCln_Heartbeat record;
   VGCR_TRACE(8, u"[ProcessPollingSetting] Enter");
-  int32_t status = 1;
+  int32_t status = kResultHandled;
   long functionType = 0;
   if (ReadNumber(params, "functiontype", &functionType)) {
     record.Put(tagCln_Heartbeat::kRequestType, functionType);
   } else {
-    status = -3;
+    status = kResultBadFunctionType;
   }
   std::u16string uid;
   if (params.GetString("uid", &uid, 36)) {
     record.Put(tagCln_Heartbeat::kUid, uid);
   } else {
-    status = -6;
+    status = kResultInvalidUid;
   }
-  if (!IsValidUid(uid, kTraceSource, u"ProcessPollingSetting")) status = -6;
+  if (!IsValidUid(uid, kTraceSource, u"ProcessPollingSetting")) status = kResultInvalidUid;
   std::u16string debugInfo;
   params.GetString("DebugInfo", &debugInfo, 512);
   record.Put(tagCln_Heartbeat::kDebugInfo, debugInfo);
-  if (status != 1) {
+  if (status != kResultHandled) {
     VGCR_TRACE(8, u"[ProcessPollingSetting] Leave due error(%d)", status);
     return status;
   }
@@ -53,8 +54,8 @@ int32_t ProcessPollingSetting(const RequestParams& params, CHttpResponse& respon
     ok = false;
   }
   if (!ok) {
-    VGCR_TRACE(8, u"[ProcessPollingSetting] Leave error(%d)", -5);
-    return -5;
+    VGCR_TRACE(8, u"[ProcessPollingSetting] Leave error(%d)", kResultNotDelivered);
+    return kResultNotDelivered;
   }
   const int32_t individual = static_cast<int32_t>(record.Number(tagCln_Heartbeat::kIndividualSetting));
   const int32_t messageId = static_cast<int32_t>(record.Number(tagCln_Heartbeat::kMessageId));
@@ -69,5 +70,5 @@ int32_t ProcessPollingSetting(const RequestParams& params, CHttpResponse& respon
                     "[Polling_Response]\r\nRECEIVING_STATUS=%d\r\nINDIVIDUAL_SETTING=%d\r\nMESSAGE_ID=%d\r\n"
                     "SETTING_SEQUENCE=%d",
                     1, individual, messageId, sequence);
-  return WriteTextReply(params, response, body, length) ? 1 : -49;
+  return WriteTextReply(params, response, body, length) ? kResultHandled : kResultBackOff;
 }

@@ -8,6 +8,7 @@
 #include "ext_Extension.h"
 #include "fw_HttpRequest.h"
 #include "fw_HttpResponse.h"
+#include "isapi_Result.h"
 #include "isapi_Routes.h"
 #include "platform/codepage.h"
 #include "platform/errors.h"
@@ -22,12 +23,6 @@ namespace {
 
 constexpr char16_t kTraceSource[] = u".\\isapi_Client";
 constexpr char16_t kDispatch[] = u"CisapiClientExtension::DispatchStencilCall";
-
-constexpr int32_t kResultHandled = 1;
-constexpr int32_t kResultBackOff = -49;
-constexpr int32_t kResultNoRequestId = -1;
-constexpr int32_t kResultUnknownRequestId = -2;
-constexpr int32_t kResultOverMemory = -38;
 
 // Method numbers, by name, in this order; -1 for any other.
 int MethodNumber(const char* method) {

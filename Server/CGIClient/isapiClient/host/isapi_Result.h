@@ -1,0 +1,38 @@
+// A handler's result (`HandlerResult`): 1 when it wrote its reply itself,
+// -49 when the reply could not be written (the dispatcher answers 503), any
+// other value an error the dispatcher writes as the reply "%d". The values
+// are what clients read, so they are the wire codes themselves.
+#pragma once
+
+#include <cstdint>
+
+enum HandlerResult : int32_t {
+  kResultHandled = 1,
+
+  // The dispatcher's own.
+  kResultNoRequestId = -1,
+  kResultUnknownRequestId = -2,
+  kResultOverMemory = -38,
+  kResultBackOff = -49,
+
+  // Shared by the handlers.
+  kResultBadFunctionType = -3,  // `functiontype` missing, or a type not served
+  kResultNotDelivered = -5,     // the command could not be delivered, or the query failed
+  kResultInvalidUid = -6,       // `uid` missing, not a GUID, or unknown to the server
+  kResultMissingRelease = -7,
+  kResultNoPendingChange = -8,  // OPP fetch with `chkdatabase`=1: nothing changed
+  kResultUnknownClient = -39,   // service status: the server does not know the client
+
+  // The start registration: a required key missing or too long.
+  kResultBadDate = -11,
+  kResultBadTime = -12,
+  kResultBadComputer = -13,
+  kResultBadDomain = -14,
+  kResultBadPlatform = -15,
+  kResultBadIp = -16,
+  kResultBadProgram = -18,
+  kResultBadInstallDate = -19,
+  kResultBadInstallTime = -20,
+  kResultBadHotfix = -21,
+  kResultBadEngine = -25,
+};
