@@ -5,6 +5,7 @@
 #include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
+#include "hdl_Identity.h"
 #include "host/isapi_Result.h"
 #include "host/rsp_Reply.h"
 #include "support/dbg_Trace.h"
@@ -12,12 +13,13 @@
 namespace {
 
 constexpr char16_t kTraceSource[] = u".\\isapi_OnServiceStatus";
+constexpr HandlerName kHandler{kTraceSource, u"ProcessOnServiceStatus"};
 constexpr uint32_t kRemovalEvent = 115;
 
 constexpr const char* kComponents[9] = {"av", "as", "wr", "at_office", "fw", "aegis", "dlp", "ncie", "ccsf"};
 
 // What one function type does; `replyDue` when the status goes back as text.
-int32_t RunFunctionType(long functionType, const RequestParams& params, const std::u16string& uid, bool* replyDue) {
+int32_t RunFunctionType(int32_t functionType, const RequestParams& params, const std::u16string& uid, bool* replyDue) {
   *replyDue = false;
   switch (functionType) {
     case 1: {
@@ -97,24 +99,21 @@ bool ReportClientProtectionStatus(const RequestParams& params, const std::u16str
 
 int32_t ProcessOnServiceStatus(const RequestParams& params, CHttpResponse& response) {
   VGCR_TRACE(68, u"[ProcessOnServiceStatus] Enter");
-  int32_t status = kResultHandled;
-  long functionType = 0;
-  if (!ReadNumber(params, "functiontype", &functionType)) status = kResultBadFunctionType;
-  std::u16string uid;
-  if (!params.GetString("uid", &uid, 36)) {
-    status = kResultInvalidUid;
-    uid.clear();
+  ClientIdentity identity(params);
+  identity.ReadFunctionType();
+  identity.ReadUid();
+  identity.CheckUid(kHandler);  // also on an empty uid
+  if (!identity.ok()) {
+    VGCR_TRACE(69, u"[ProcessOnServiceStatus] Leave due error(%d)", identity.result);
+    return identity.result;
   }
-  if (!IsValidUid(uid, kTraceSource, u"ProcessOnServiceStatus")) status = kResultInvalidUid;
-  if (status != kResultHandled) {
-    VGCR_TRACE(69, u"[ProcessOnServiceStatus] Leave due error(%d)", status);
-    return status;
-  }
-  VGCR_TRACE(68, u"[ProcessOnServiceStatus] FunctionType = %d, Uid = %s", static_cast<int32_t>(functionType), uid);
+  const std::u16string& uid = identity.uid;
+  VGCR_TRACE(68, u"[ProcessOnServiceStatus] FunctionType = %d, Uid = %s", identity.functionType, uid);
   bool replyDue = false;
+  int32_t status = kResultHandled;
   int32_t result = kResultHandled;
   try {
-    status = RunFunctionType(functionType, params, uid, &replyDue);
+    status = RunFunctionType(identity.functionType, params, uid, &replyDue);
   } catch (const CIPCMsgBufferException&) {
     status = kResultNotDelivered;  // a reply too short for its fields
     replyDue = false;

@@ -5,7 +5,7 @@
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
-#include "hdl_Common.h"
+#include "hdl_Identity.h"
 #include "host/isapi_Result.h"
 #include "host/rsp_Reply.h"
 #include "support/dbg_Trace.h"
@@ -13,34 +13,26 @@
 
 namespace {
 constexpr char16_t kTraceSource[] = u".\\isapi_PollingSetting";
+constexpr HandlerName kHandler{kTraceSource, u"ProcessPollingSetting"};
 }
 
 int32_t ProcessPollingSetting(const RequestParams& params, CHttpResponse& response) {
   tagCln_Heartbeat record;
   VGCR_TRACE(8, u"[ProcessPollingSetting] Enter");
-  int32_t status = kResultHandled;
-  long functionType = 0;
-  if (ReadNumber(params, "functiontype", &functionType)) {
-    record.Put(tagCln_Heartbeat::kRequestType, functionType);
-  } else {
-    status = kResultBadFunctionType;
-  }
-  std::u16string uid;
-  if (params.GetString("uid", &uid, 36)) {
-    record.Put(tagCln_Heartbeat::kUid, uid);
-  } else {
-    status = kResultInvalidUid;
-  }
-  if (!IsValidUid(uid, kTraceSource, u"ProcessPollingSetting")) status = kResultInvalidUid;
+  ClientIdentity identity(params);
+  if (identity.ReadFunctionType()) record.Put(tagCln_Heartbeat::kRequestType, identity.functionType);
+  if (identity.ReadUid()) record.Put(tagCln_Heartbeat::kUid, identity.uid);
+  identity.CheckUid(kHandler);
+  // The debug information is copied whether or not it was there.
   std::u16string debugInfo;
   params.GetString("DebugInfo", &debugInfo, 512);
   record.Put(tagCln_Heartbeat::kDebugInfo, debugInfo);
-  if (status != kResultHandled) {
-    VGCR_TRACE(8, u"[ProcessPollingSetting] Leave due error(%d)", status);
-    return status;
+  if (!identity.ok()) {
+    VGCR_TRACE(8, u"[ProcessPollingSetting] Leave due error(%d)", identity.result);
+    return identity.result;
   }
   VGCR_TRACE(8, u"[ProcessPollingSetting] nIsPollingSetting = %d, Uid = %s",
-             static_cast<int32_t>(record.Number(tagCln_Heartbeat::kRequestType)), uid);
+             static_cast<int32_t>(record.Number(tagCln_Heartbeat::kRequestType)), identity.uid);
   bool ok = false;
   try {
     CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY", 1);

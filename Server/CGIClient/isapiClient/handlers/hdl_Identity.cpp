@@ -1,0 +1,53 @@
+#include "hdl_Identity.h"
+
+#include "hdl_Common.h"
+#include "platform/com.h"
+#include "support/dbg_Trace.h"
+#include "support/ut_InitCOM.h"
+
+bool ClientIdentity::ReadFunctionType() {
+  long value = 0;
+  const bool present = ReadNumber(params_, "functiontype", &value);
+  functionType = static_cast<int32_t>(value);
+  if (!present) Fail(kResultBadFunctionType);
+  return present;
+}
+
+bool ClientIdentity::ReadUid() {
+  if (params_.GetString("uid", &uid, 36)) return true;
+  uid.clear();
+  Fail(kResultInvalidUid);
+  return false;
+}
+
+bool ClientIdentity::CheckUid(const HandlerName& handler) {
+  UTIL::CComInitiator com(plat::kCoInitApartmentThreaded, false);
+  if (com.GetResult() < 0) {
+    dbg::TraceW(69, handler.traceSource, __LINE__,
+                u"%s - Failed to initiate CComInitiator with thread model: [%d] m_bInitialize: [%d] result: [%d].",
+                handler.name, 2, com.IsInitialized(), com.GetResult());
+  }
+  plat::Guid guid;
+  const std::u16string braced = u"{" + uid + u"}";
+  if (plat::ClsidFromString(braced.c_str(), &guid) < 0) {
+    dbg::TraceW(5, handler.traceSource, __LINE__, u"This is an invalid UID.");
+    Fail(kResultInvalidUid);
+    return false;
+  }
+  return true;
+}
+
+bool ClientIdentity::ReadRelease() {
+  if (params_.GetString("release", &release, 7)) return true;
+  Fail(kResultMissingRelease);
+  return false;
+}
+
+HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {
+  identity.ReadFunctionType();
+  identity.ReadUid();
+  // A uid that is no GUID is not asked about: the answer could only be -6.
+  if (identity.CheckUid(handler) && known && !known(identity.uid)) identity.Fail(kResultInvalidUid);
+  identity.ReadRelease();
+  return identity.result;
+}
