@@ -1,13 +1,12 @@
 #include "hdl_Common.h"
 
-#include <cstdlib>
-
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/ser_MsgSerializer.h"
+#include "platform/text.h"
 
-bool ReadNumber(const RequestParams& params, const char* name, long* value) {
+bool ReadNumber(const RequestParams& params, const char* name, int32_t* value) {
   const std::string* raw = params.Lookup(name);
-  *value = raw ? std::strtol(raw->c_str(), nullptr, 10) : 0;
+  *value = raw ? plat::StrToLong(raw->c_str()) : 0;
   return raw != nullptr;
 }
 

@@ -7,9 +7,9 @@
 #include "channel/ser_Serializer.h"
 #include "host/req_RequestParams.h"
 
-// A numeric parameter, read raw and converted with strtol (base 10); false
-// (and 0) when absent.
-bool ReadNumber(const RequestParams& params, const char* name, long* value);
+// A numeric parameter, read raw and converted as strtol (base 10) does
+// with a 32-bit long; false (and 0) when absent.
+bool ReadNumber(const RequestParams& params, const char* name, int32_t* value);
 
 // Builds the command with the record as its body and sends it one way; false
 // when it could not be built or delivered.

@@ -6,9 +6,7 @@
 #include "support/ut_InitCOM.h"
 
 bool ClientIdentity::ReadFunctionType() {
-  long value = 0;
-  const bool present = ReadNumber(params_, "functiontype", &value);
-  functionType = static_cast<int32_t>(value);
+  const bool present = ReadNumber(params_, "functiontype", &functionType);
   if (!present) Fail(kResultBadFunctionType);
   return present;
 }

@@ -23,13 +23,13 @@ int32_t RunFunctionType(int32_t functionType, const RequestParams& params, const
   *replyDue = false;
   switch (functionType) {
     case 1: {
-      long state = 0;
+      int32_t state = 0;
       ReadNumber(params, "scheduleupdatestatus", &state);
       cmdal_SetClinetCfg_SUStatus(uid.c_str(), state != 0);
       return kResultNotDelivered;  // the client always sees a failure for this type
     }
     case 2: {
-      long value = 0;
+      int32_t value = 0;
       ReadNumber(params, "enablewarningflag", &value);
       const auto warning = static_cast<uint32_t>(value);
       if (!cmdal_SetClinetCfg_WarningSetting(uid.c_str(), &warning)) return kResultNotDelivered;
@@ -64,7 +64,7 @@ bool ReportClientProtectionStatus(const RequestParams& params, const std::u16str
   CComplianceClientProtection record;
   int on[9];
   for (int i = 0; i < 9; ++i) {
-    long value = 0;
+    int32_t value = 0;
     ReadNumber(params, kComponents[i], &value);
     on[i] = value != 0;
     if (on[i]) record.mask |= 1u << i;

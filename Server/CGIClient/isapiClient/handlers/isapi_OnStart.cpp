@@ -128,7 +128,7 @@ class RecordFiller {
 
   // A number, truncated to its field's width; 0 when absent.
   void Number(const char* key) {
-    long value = 0;
+    int32_t value = 0;
     ReadNumber(params_, key, &value);
     record_.Put(*onstart::Find(key), value);
   }

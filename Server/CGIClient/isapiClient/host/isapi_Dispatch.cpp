@@ -1,5 +1,4 @@
 // The body of every request, run by a pool worker.
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -13,6 +12,7 @@
 #include "platform/codepage.h"
 #include "platform/errors.h"
 #include "platform/process.h"
+#include "platform/text.h"
 #include "platform/thread_token.h"
 #include "rsp_Reply.h"
 #include "support/dbg_Trace.h"
@@ -85,7 +85,7 @@ void WriteErrorReply(CHttpRequest& request, CHttpResponse& response, int32_t res
 int32_t CisapiClientExtension::Route(CHttpRequest& request, CHttpResponse& response) {
   const std::string* text = request.Params().Lookup("requestid");
   if (text == nullptr) return kResultNoRequestId;
-  const auto requestId = static_cast<int32_t>(std::strtol(text->c_str(), nullptr, 10));
+  const int32_t requestId = plat::StrToLong(text->c_str());
   VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] nRequestID: %d", requestId);
   if (requestId > kUploadRequestId) return kResultUnknownRequestId;
   if (requestId == kUploadRequestId) {

@@ -1,6 +1,5 @@
 #include "rsp_Reply.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "channel/cmdal2_OutputCmd.h"
@@ -9,6 +8,7 @@
 #include "channel/ser_MsgSerializer.h"
 #include "platform/codepage.h"
 #include "platform/process.h"
+#include "platform/text.h"
 #include "support/dbg_Trace.h"
 #include "support/mbwc_MBWC.h"
 #include "support/str_Format.h"
@@ -67,7 +67,7 @@ bool AppendHTTPSign(const RequestParams& params, CHttpResponse& response, const 
   }
   std::string number;
   if (params.GetStringA("SA_RN", &number, kClientNumberLimit)) {
-    request.clientNumber = static_cast<int32_t>(std::strtol(number.c_str(), nullptr, 10));
+    request.clientNumber = plat::StrToLong(number.c_str());
   }
   request.reply.assign(body, body + length);
 

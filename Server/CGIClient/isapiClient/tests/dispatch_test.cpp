@@ -50,6 +50,8 @@ const ReplyCase kReplyCases[] = {
     {"zero", "GET", "requestid=0", "", "-2"},
     {"letters_convert_to_zero", "GET", "requestid=abc", "", "-2"},
     {"above_501", "GET", "requestid=502", "", "-2"},
+    // strtol with a 32-bit long saturates: never 101 by wrapping round.
+    {"beyond_32_bits_saturates", "GET", "requestid=4294967397", "", "-2"},
     {"upload_without_its_handler", "GET", "requestid=501", "", "-2"},
     {"head_reads_nothing", "HEAD", "requestid=206", "", "-1"},
     {"post_body", "POST", "", "requestid=206&x=1", "-2"},

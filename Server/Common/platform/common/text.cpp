@@ -1,6 +1,7 @@
 #include "platform/text.h"
 
 #include <cstdint>
+#include <cstdlib>
 
 namespace plat {
 namespace {
@@ -106,6 +107,20 @@ std::u16string FromUtf8(std::string_view text) {
 
 std::u16string Widen(std::string_view ascii) {
   return std::u16string(ascii.begin(), ascii.end());
+}
+
+}  // namespace plat
+
+namespace plat {
+
+int32_t StrToLong(const char* text) {
+  if (text == nullptr) return 0;
+  // strtoll saturates at the 64-bit bounds, which lie beyond the 32-bit
+  // ones, so clamping its result gives what a 32-bit strtol gives.
+  const long long value = std::strtoll(text, nullptr, 10);
+  if (value > INT32_MAX) return INT32_MAX;
+  if (value < INT32_MIN) return INT32_MIN;
+  return static_cast<int32_t>(value);
 }
 
 }  // namespace plat

@@ -112,3 +112,14 @@ TEST(Process, IdsAndClocks) {
 
 }  // namespace
 }  // namespace plat
+
+TEST(Numbers, StrToLongIsThirtyTwoBitsWide) {
+  const std::pair<const char*, int32_t> cases[] = {
+      {"101", 101},         {"  -42x", -42},         {"+7", 7},
+      {"abc", 0},           {"", 0},                 {"2147483647", 2147483647},
+      {"2147483648", 2147483647},                    {"4294967397", 2147483647},
+      {"-2147483648", INT32_MIN},                    {"-2147483649", INT32_MIN},
+      {"99999999999999999999999", 2147483647},
+  };
+  for (const auto& [text, value] : cases) EXPECT_EQ(plat::StrToLong(text), value) << text;
+}

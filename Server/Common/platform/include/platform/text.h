@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,12 @@ std::u16string FromUtf8(std::string_view text);
 // Into a caller's buffer, for paths built without the heap; false when the
 // result (with its terminator) does not fit.
 bool ToUtf8(std::u16string_view text, char* out, std::size_t capacity);
+
+// The C library's strtol (base 10) as it behaves where long is 32 bits, as
+// on Windows: leading blanks, a sign, the digits that follow; a value out of
+// range saturates at -2147483648 or 2147483647; no digits give 0. Numbers a
+// client sends thus mean the same on every platform.
+int32_t StrToLong(const char* text);
 
 // ASCII literal to UTF-16, for tests and messages.
 std::u16string Widen(std::string_view ascii);
