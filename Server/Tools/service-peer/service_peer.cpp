@@ -69,8 +69,10 @@ void ServicePeer::Record(const std::u16string& pipe, PipeRequest&& request) {
   }
   std::unique_lock lock(mutex_);
   auto script = scripts_.find(received.Command());
-  // An immediate answer is given on this thread, as a service would.
-  if (script != scripts_.end() && !stopping_ && script->second.delayMs == 0) {
+  // An immediate answer is given on this thread, as a service would; a
+  // delayed or stalling one on a thread of its own.
+  if (script != scripts_.end() && !stopping_ && script->second.delayMs == 0 &&
+      script->second.kind != ReplyKind::kStall) {
     Reply reply = script->second;
     if (keepRecords_) received_.push_back(received);
     arrived_.notify_all();
@@ -120,6 +122,15 @@ void ServicePeer::Answer(const Received& received, const Reply& reply) {
     case ReplyKind::kReply:
       WriteToPipe(pipe, reply.make ? reply.make(received) : reply.bytes, reply.pieceSize);
       return;
+    case ReplyKind::kStall: {
+      plat::PipeClient client;
+      if (!client.Open(pipe.c_str())) return;
+      const Bytes bytes = reply.make ? reply.make(received) : reply.bytes;
+      uint32_t written = 0;
+      if (!bytes.empty()) client.Write(bytes.data(), static_cast<uint32_t>(std::min(bytes.size(), reply.pieceSize)), &written);
+      stop_.Wait(plat::kInfinite);
+      return;
+    }
   }
 }
 

@@ -35,7 +35,9 @@ struct Received {
   std::u16string ReplyPipe() const;
 };
 
-enum class ReplyKind { kReply, kSilence, kGarbage, kTruncated, kCloseAtOnce };
+// kStall connects, writes the reply and then holds the pipe open without
+// ending the reply until the stand-in stops.
+enum class ReplyKind { kReply, kSilence, kGarbage, kTruncated, kCloseAtOnce, kStall };
 
 struct Reply {
   ReplyKind kind = ReplyKind::kReply;

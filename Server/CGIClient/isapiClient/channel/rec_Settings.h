@@ -65,3 +65,9 @@ struct tagCln_SettingsText : ISerializable {
   bool Serialize(ISerializer& s) override { return ser::WriteWString(s, text); }
   bool Deserialize(ISerializer& s) override { return ser::ReadWString(s, &text); }
 };
+
+// The body of "CMDHLV2_CLN_RQ_UPD": nothing at all.
+struct tagCln_EmptyBody : ISerializable {
+  bool Serialize(ISerializer&) override { return true; }
+  bool Deserialize(ISerializer&) override { return true; }
+};

@@ -1,5 +1,6 @@
 #include "hdl_Identity.h"
 
+#include "channel/rec_Settings.h"
 #include "hdl_Common.h"
 #include "platform/com.h"
 #include "support/dbg_Trace.h"
@@ -48,4 +49,11 @@ HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& 
   if (identity.CheckUid(handler) && known && !known(identity.uid)) identity.Fail(kResultInvalidUid);
   identity.ReadRelease();
   return identity.result;
+}
+
+bool IsClientKnownToServer(const std::u16string& uid) {
+  tagCln_ClientUid request;
+  request.uid = uid;
+  tagCln_ClientExists answer;
+  return AskService(u"CMDHLV2_CHECK_CLIENT_EXIST", request, answer) && answer.exists != 0;
 }

@@ -52,3 +52,7 @@ class ClientIdentity {
 using ClientKnownCheck = bool (*)(const std::u16string& uid);
 HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& handler,
                                    ClientKnownCheck known = nullptr);
+
+// Asks the service ("CMDHLV2_CHECK_CLIENT_EXIST") whether it knows the
+// client; false when it does not, or when it could not be asked.
+bool IsClientKnownToServer(const std::u16string& uid);

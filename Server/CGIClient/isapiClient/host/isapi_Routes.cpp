@@ -1,9 +1,15 @@
 #include "isapi_Routes.h"
 
+#include "handlers/isapi_DLP.h"
 #include "handlers/isapi_OnServiceStatus.h"
 #include "handlers/isapi_OnStart.h"
 #include "handlers/isapi_OnUpdate.h"
 #include "handlers/isapi_PollingSetting.h"
+#include "handlers/isapi_RqAlertMsg.h"
+#include "handlers/isapi_RqCfg.h"
+#include "handlers/isapi_RqIni.h"
+#include "handlers/isapi_RqOpp.h"
+#include "handlers/isapi_RqUpd.h"
 
 const Route kRoutes[kRouteCount] = {
     {101, "ProcessOnStart", &ProcessOnStart},
@@ -12,14 +18,14 @@ const Route kRoutes[kRouteCount] = {
     {110, "ProcessOnLog", nullptr},
     {111, "ProcessOnUploadCfg", nullptr},
     {112, "ProcessOnLogonUser", &ProcessOnLogonUser},
-    {201, "ProcessRqIni", nullptr},
-    {202, "ProcessRqCfg", nullptr},
-    {203, "ProcessRqOpp", nullptr},
-    {204, "ProcessRqAlertMsg", nullptr},
-    {205, "ProcessRqUpd", nullptr},
+    {201, "ProcessRqIni", &ProcessRqIni},
+    {202, "ProcessRqCfg", &ProcessRqCfg},
+    {203, "ProcessRqOpp", &ProcessRqOpp},
+    {204, "ProcessRqAlertMsg", &ProcessRqAlertMsg},
+    {205, "ProcessRqUpd", &ProcessRqUpd},
     {207, "ProcessPollingSetting", &ProcessPollingSetting},
     {301, "CIsapiVdiProcessor", nullptr},
-    {321, "ProcessDLP", nullptr},
+    {321, "ProcessDLP", &ProcessDLP},
 };
 
 const UploadHandler kUploadHandler = nullptr;

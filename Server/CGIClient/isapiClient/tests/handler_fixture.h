@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,3 +38,38 @@ inline uint32_t U32At(const peer::Bytes& block, std::size_t offset) {
                                  block.begin() + static_cast<std::ptrdiff_t>(offset + 4)));
 }
 inline unsigned U16At(const peer::Bytes& block, std::size_t offset) { return block[offset] | block[offset + 1] << 8; }
+
+// A version-1 reader's answer: the text, UTF-16LE.
+inline peer::Reply TextAnswer(const std::u16string& text) {
+  peer::Reply reply;
+  reply.bytes = peer::TextBytes(text);
+  return reply;
+}
+
+// A version-2 answer: the request's prologue, then the fields `fill` adds.
+inline peer::Reply MessageAnswer(std::function<void(peer::Builder&)> fill) {
+  peer::Reply reply;
+  reply.make = [fill](const peer::Received& r) {
+    peer::Builder b;
+    b.Prologue(r.message.command, r.message.identifier);
+    fill(b);
+    return b.bytes();
+  };
+  return reply;
+}
+
+inline peer::Reply Answer(peer::ReplyKind kind) {
+  peer::Reply reply;
+  reply.kind = kind;
+  return reply;
+}
+
+// The request of that command among those received; null when none came.
+inline const peer::Received* Find(const std::vector<peer::Received>& received, const std::u16string& command) {
+  for (const auto& r : received) {
+    if (r.Command() == command) return &r;
+  }
+  return nullptr;
+}
+
+inline std::vector<std::u16string> Fields(std::initializer_list<std::u16string> fields) { return fields; }

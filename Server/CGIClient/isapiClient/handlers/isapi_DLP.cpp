@@ -1,0 +1,43 @@
+#include "isapi_DLP.h"
+
+#include "channel/rec_Settings.h"
+#include "hdl_Common.h"
+#include "hdl_Identity.h"
+#include "host/rsp_Reply.h"
+#include "support/dbg_Trace.h"
+
+namespace {
+constexpr char16_t kTraceSource[] = u".\\isapi_DLP";
+constexpr HandlerName kHandler{kTraceSource, u"ProcessDLP"};
+constexpr uint32_t kDlpConfigEvent = 118;
+}  // namespace
+
+int32_t ProcessDLP(const RequestParams& params, CHttpResponse& response) {
+  VGCR_TRACE(8, u"[ProcessDLP] Enter >>");
+  ClientIdentity identity(params);
+  if (ReadSettingsIdentity(identity, kHandler) != kResultHandled) {
+    VGCR_TRACE(69, u"[ProcessDLP] Leave due error(%d)", identity.result);
+    return identity.result;
+  }
+  VGCR_TRACE(73, u"[ProcessDLP] Uid = %s", identity.uid);
+  if (identity.functionType != 1) {
+    VGCR_TRACE(69, u"[ProcessDLP] functionID = %d", identity.functionType);
+    return kResultBadFunctionType;
+  }
+  tagCln_ClientUid request;
+  request.uid = identity.uid;
+  tagCln_SettingsText settings;
+  if (!AskService(u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", request, settings)) {
+    VGCR_TRACE(69, u"[ProcessDLP] Leave error(%d)", kResultNotDelivered);
+    return kResultNotDelivered;
+  }
+  // The reset comes before the reply, and its failure is told with the
+  // configuration request's line, name and all.
+  if (!RemoveConfigRecord(identity.uid.c_str(), kDlpConfigEvent)) {
+    VGCR_TRACE(69, u"[ProcessRqCfg] The config record in DB is not successfully reset.");
+  }
+  const HandlerResult result =
+      WriteWideTextReply(params, response, settings.text.c_str()) ? kResultHandled : kResultBackOff;
+  VGCR_TRACE(8, u"[ProcessDLP] Leave <<");
+  return result;
+}
