@@ -12,13 +12,20 @@ constexpr char16_t kRecv[] = u"CPipeServer::Recv";
 }  // namespace
 
 CPipeServer::CPipeServer(uint32_t replyTimeoutMs) : replyTimeoutMs_(replyTimeoutMs) {
-  if (plat::PipeServerEnd::ClientProcessIdSupported()) {
-    VGCR_TRACE(5, u"%s - Windows API GetNamedPipeClientProcessId is supported on this platform", kConstructor);
-  } else {
-    VGCR_TRACE(5,
-               u"%s - Windows API GetNamedPipeClientProcessId is NOT supported on this platform "
-               u"(Windows XP / Windows 2003)",
-               kConstructor);
+  switch (plat::PipeServerEnd::ClientProcessIdSupport()) {
+    case plat::PipeServerEnd::ClientPidSupport::kSupported:
+      VGCR_TRACE(5, u"%s - Windows API GetNamedPipeClientProcessId is supported on this platform", kConstructor);
+      break;
+    case plat::PipeServerEnd::ClientPidSupport::kMissing:
+      VGCR_TRACE(5,
+                 u"%s - Windows API GetNamedPipeClientProcessId is NOT supported on this platform "
+                 u"(Windows XP / Windows 2003)",
+                 kConstructor);
+      break;
+    case plat::PipeServerEnd::ClientPidSupport::kNoLibrary:
+      VGCR_TRACE(5, u"%s - Failed to load Kernel32.dll, Windows API GetNamedPipeClientProcessId is NOT available",
+                 kConstructor);
+      break;
   }
 }
 
@@ -60,9 +67,24 @@ bool CPipeServer::Initial(const char16_t* name, uint32_t instances, plat::Event*
 }
 
 bool CPipeServer::CreateInstance(Instance& instance, const char16_t* name, uint32_t count) {
+  using Step = plat::PipeServerEnd::Step;
   for (int attempt = 0;; ++attempt) {
-    if (instance.end.Create(name, count, kPipeBufferSize, kPipeBufferSize, kDefaultTimeoutMs)) return true;
-    uint32_t err = plat::LastError();
+    Step failed = Step::kPipe;
+    if (instance.end.Create(name, count, kPipeBufferSize, kPipeBufferSize, kDefaultTimeoutMs, &failed)) return true;
+    const uint32_t err = plat::LastError();
+    switch (failed) {
+      case Step::kEvent:
+        VGCR_TRACE(5, u"[CPipeServer::Initial] CreateEvent failed! err=%d", err);
+        return false;
+      case Step::kSecurityDescriptor:
+        VGCR_TRACE(5, u"[CPipeServer::Initial] InitializeSecurityDescriptor failed! err=%d", err);
+        return false;
+      case Step::kDacl:
+        VGCR_TRACE(5, u"[CPipeServer::Initial] SetSecurityDescriptorDacl failed! err=%d", err);
+        return false;
+      case Step::kPipe:
+        break;
+    }
     if (err != plat::kErrorPipeBusy) {
       VGCR_TRACE(5, u"[CPipeServer::Initial] CreateNamedPipe failed! err=%d", err);
       return false;

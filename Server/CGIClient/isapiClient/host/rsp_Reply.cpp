@@ -26,7 +26,10 @@ bool WriteSigned(const RequestParams& params, CHttpResponse& response, const cha
   if (!AppendHTTPSign(params, response, body, static_cast<uint32_t>(length))) return false;
   response.SetHeader("Content-Type", "application/octet-stream");
   response.Write(body, length);
-  return response.Flush();
+  // A reply that was handed over counts as written: the client's connection
+  // is the web server's to keep.
+  response.Flush();
+  return true;
 }
 
 }  // namespace
@@ -84,18 +87,17 @@ bool AppendHTTPSign(const RequestParams& params, CHttpResponse& response, const 
     VGCR_TRACE(69, u"%s - Fail to send command", kAppendHTTPSign);
     return false;
   }
-  bool result = true;
   if (answer.result < 0) {
     VGCR_TRACE(69, u"%s - Fail to process command, error (%d)", kAppendHTTPSign, answer.result);
-    result = answer.result == kSignCertificateNotOurs;
-  } else {
-    std::string signature;
-    MBWC::WCToMBString(answer.signature.c_str(), &signature, plat::kCpAcp, 0);
-    response.SetHeader("SA_SG", signature.c_str());
-    response.SetHeader("SA_NEW", answer.flag ? "0" : "1");
+    // Another certificate than the server's: the reply goes out unsigned.
+    return answer.result == kSignCertificateNotOurs;
   }
-  VGCR_TRACE(68, u"%s - <<, Ret(%d)", kAppendHTTPSign, result ? 1 : 0);
-  return result;
+  std::string signature;
+  MBWC::WCToMBString(answer.signature.c_str(), &signature, plat::kCpAcp, 0);
+  response.SetHeader("SA_SG", signature.c_str());
+  response.SetHeader("SA_NEW", answer.flag ? "0" : "1");
+  VGCR_TRACE(68, u"%s - <<, Ret(%d)", kAppendHTTPSign, 1);
+  return true;
 }
 
 bool CheckValidDomainString(const RequestParams& params, std::u16string* domain) {

@@ -145,8 +145,12 @@ TEST_F(Dispatch, TheSigningAnswerDecidesHeadersAndStatus) {
   };
   for (const Case& c : cases) {
     peer_.Script(u"CMDHSAV2_DATA", SignReply(c.result, u"c2ln", c.flag));
+    TraceCapture capture;
     Response response = Send(InProcessHost::Get(kSigned));
     EXPECT_EQ(response.status, c.status) << c.result;
+    // A failed or refused signing returns at once, without the closing line.
+    EXPECT_EQ(capture.Count("AppendHTTPSign - <<, Ret(1)"), c.result == 0 ? 1 : 0) << c.result;
+    EXPECT_EQ(capture.Count("AppendHTTPSign - Fail to process command, error"), c.result < 0 ? 1 : 0);
     if (c.status != 200) continue;
     EXPECT_EQ(response.body, "-2");
     EXPECT_EQ(response.HasHeader("SA_SG"), c.headers) << c.result;
@@ -155,8 +159,31 @@ TEST_F(Dispatch, TheSigningAnswerDecidesHeadersAndStatus) {
   peer::Reply silent;
   silent.kind = peer::ReplyKind::kSilence;
   peer_.Script(u"CMDHSAV2_DATA", silent);
+  TraceCapture capture;
   Response response = Send(InProcessHost::Get(kSigned, true));
   EXPECT_EQ(response.status, 503) << "a silent signing service, bounded by the reply time-out";
+  EXPECT_EQ(capture.Count("AppendHTTPSign - Fail to send command"), 1);
+  EXPECT_EQ(capture.Count("AppendHTTPSign - <<"), 0);
+}
+
+TEST_F(Dispatch, ASerialOf41CharactersLeavesTheReplyUnsigned) {
+  TraceCapture capture;
+  Response response =
+      Send(InProcessHost::Get("requestid=206&SA_ISR=CN%3Dx&SA_RN=1&SA_SN=" + std::string(41, '0')));
+  EXPECT_EQ(response.body, "-2");
+  EXPECT_FALSE(response.HasHeader("SA_SG"));
+  EXPECT_FALSE(response.HasHeader("SA_NEW"));
+  EXPECT_EQ(capture.Count("AppendHTTPSign - No cert info"), 1);
+  EXPECT_TRUE(peer_.WaitFor(1, 200).empty()) << "the signing service is not asked";
+}
+
+TEST_F(Dispatch, APathInfoWithoutAPathTranslatedIsAdapterMode) {
+  Request request = InProcessHost::Get("requestid=206", true);
+  request.adapterKeepsPathInfo = true;
+  DWORD status = 0;
+  Response response = Send(request, &status);
+  EXPECT_EQ(status, DWORD{HSE_STATUS_SUCCESS}) << "answered before the call returns";
+  EXPECT_EQ(response.body, "-2");
 }
 
 // One mode at a time: the adapter mode is one value for the whole process,

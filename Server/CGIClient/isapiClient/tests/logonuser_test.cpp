@@ -14,6 +14,12 @@ TEST_F(Handlers, LogonUserSendsThreeMembers) {
   EXPECT_EQ(peer::AsWString(fields[0]), plat::Widen(kUid));
   EXPECT_EQ(peer::AsWString(fields[1]), u"CORP\\bob");
   EXPECT_EQ(fields[2], (peer::Bytes{0, 0})) << "an absent member is the NUL alone";
+  peer_.Clear();
+  EXPECT_EQ(Get(std::string("requestid=112&functiontype=1&uid=") + kUid).body, "");
+  const auto neither = OnlyMessage(u"CMDHLV2_CLN_ON_LOGON_USER");
+  ASSERT_EQ(neither.size(), 3u);
+  EXPECT_EQ(neither[1], (peer::Bytes{0, 0}));
+  EXPECT_EQ(neither[2], (peer::Bytes{0, 0}));
 }
 
 TEST_F(Handlers, LogonUserRefusals) {

@@ -38,6 +38,17 @@ TEST(MsgBuffer, CapacityGrowsToTheNextStepStrictlyAboveTheNeed) {
   }
 }
 
+TEST(MsgBuffer, ReadingFromABufferNeverAllocatedIsAnInvalidBuffer) {
+  CIPCMsgBuffer empty;
+  try {
+    empty.ReadU32();
+    FAIL() << "no exception";
+  } catch (const CIPCMsgBufferException& e) {
+    EXPECT_EQ(e.Code(), CIPCMsgBufferException::kInvalidBuffer);
+    EXPECT_EQ(std::u16string(CIPCMsgBufferException::MessageFor(e.Code())), u"Invalid buffer");
+  }
+}
+
 TEST(MsgBuffer, LengthThatClaimsTooMuchIsTracedThenRaisedPastTheLengthWord) {
   TraceCapture capture;
   CIPCMsgBuffer buffer;

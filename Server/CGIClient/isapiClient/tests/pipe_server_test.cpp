@@ -30,6 +30,18 @@ TEST(PipeServer, ABusyNameIsRetriedFiveTimesThenGivenUp) {
   EXPECT_EQ(capture.Count("[CPipeServer::Initial] Retry 5 times. Still Failed!"), 1);
 }
 
+// Only the pipe step can be made to fail from outside; the event and
+// security-descriptor steps report their own lines the same way.
+TEST(PipeServer, EachStepOfInitialTellsItsOwnFailure) {
+  TraceCapture capture;
+  CPipeServer server;
+  EXPECT_EQ(capture.Count("CPipeServer::CPipeServer - Windows API GetNamedPipeClientProcessId is supported on this platform"),
+            1);
+  EXPECT_FALSE(server.Initial(std::u16string(300, u'n').c_str()));
+  EXPECT_EQ(capture.Count("[CPipeServer::Initial] CreateNamedPipe failed! err="), 1);
+  EXPECT_EQ(capture.Count("[CPipeServer::Initial] CreateEvent failed!"), 0);
+}
+
 TEST(PipeServer, TheLocalEventEndsAWaitWithSuccessButNoData) {
   const std::u16string name = plat::testing::UniqueName("vgcr local event");
   CPipeServer server;

@@ -43,6 +43,16 @@ TEST(Replies, BodiesLargerThanTheBufferArriveWhole) {
   EXPECT_EQ(sink.Sent().status, 200);
 }
 
+TEST(Replies, AReplyHandedOverCountsAsWrittenWhenTheClientHasGone) {
+  isapi::Request gone;
+  gone.clientGone = true;
+  isapi::Exchange exchange{gone};
+  CHttpResponse response{exchange.Ecb()};
+  RequestParams params;
+  EXPECT_TRUE(WriteCodeReply(params, response, 1));
+  EXPECT_TRUE(WriteWideTextReply(params, response, u"text"));
+}
+
 class ConfigRecord : public WithServicePeer {};
 
 TEST_F(ConfigRecord, RemovalSendsTheFixed128ByteRecord) {

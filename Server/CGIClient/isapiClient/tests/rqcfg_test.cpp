@@ -1,6 +1,11 @@
 // The configuration request (202): each function type's queries and reset,
 // function type 0's joined texts, the results, and settings texts that are
 // odd, large or never end.
+#include <thread>
+
+#include "handlers/isapi_RqCfg.h"
+#include "isapi/exchange.h"
+#include "platform/com.h"
 #include "settings_fixture.h"
 
 namespace {
@@ -105,6 +110,30 @@ TEST_F(RqCfg, SettingsTextsOutsideTheCodePageLargeOrEndless) {
   EXPECT_EQ(Get(Query(202, "1")).body, "-5") << "bounded by the reply time-out";
   peer_.Script(u"CMDHL_GET_MS_CFG", TextAnswer(u"again"));
   EXPECT_EQ(Get(Query(202, "1")).body, "again") << "the worker is free again";
+}
+
+// A worker thread already in the multi-threaded apartment: the uid check's
+// COM scope cannot start, which is traced, and the request goes on.
+TEST_F(RqCfg, AComScopeThatCannotStartIsTracedAndTheRequestGoesOn) {
+  TraceCapture capture;
+  int32_t result = 0;
+  std::string body;
+  std::thread worker([&] {
+    plat::CoInitializeEx(plat::kCoInitMultithreaded);
+    isapi::Exchange exchange{isapi::Request{}};
+    CHttpResponse response{exchange.Ecb()};
+    RequestParams params;
+    params.Parse(Query(202, "1"));
+    result = ProcessRqCfg(params, response);
+    body = exchange.TakeResponse().body;
+    plat::CoUninitialize();
+  });
+  worker.join();
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(body, NarrowTextOf(u"CMDHL_GET_MS_CFG"));
+  EXPECT_EQ(capture.Count("ProcessRqCfg - Failed to initiate CComInitiator with thread model: [2] m_bInitialize: [0] "
+                          "result: [-2147417850]."),
+            1);
 }
 
 }  // namespace

@@ -17,6 +17,13 @@ TEST_F(Handlers, ProtectionStatusMaskAndASilentService) {
   ASSERT_EQ(fields.size(), 2u);
   EXPECT_EQ(peer::AsU32(fields[1]), 1u | 16u | 256u);
   EXPECT_EQ(capture.Count("AV=1, AS=0, WR=0, AT_OFFICE=0, FW=1, AEGIS=0, DLP=0, NCIE=0, CCSF=1"), 1);
+  peer_.Clear();
+  capture.Clear();
+  EXPECT_EQ(Get(std::string("requestid=103&functiontype=3&uid=") + kUid).body, "1");
+  const auto none = OnlyMessage(u"CMDHLV2_CLN_ON_PROTECTION_STATUS");
+  ASSERT_EQ(none.size(), 2u);
+  EXPECT_EQ(peer::AsU32(none[1]), 0u) << "no component keys: mask 0";
+  EXPECT_EQ(capture.Count("AV=0, AS=0, WR=0, AT_OFFICE=0, FW=0, AEGIS=0, DLP=0, NCIE=0, CCSF=0"), 1);
   peer::Reply silent;
   silent.kind = peer::ReplyKind::kSilence;
   peer_.Script(u"CMDHLV2_CLN_ON_PROTECTION_STATUS", silent);

@@ -54,7 +54,7 @@ Exchange::Exchange(Request request) : request_(std::move(request)) {
   ecb_.ConnID = this;
   ecb_.lpszMethod = method_.data();
   ecb_.lpszQueryString = query_.data();
-  ecb_.lpszPathInfo = request_.adapterMode ? nullptr : pathInfo_.data();
+  ecb_.lpszPathInfo = request_.adapterMode && !request_.adapterKeepsPathInfo ? nullptr : pathInfo_.data();
   ecb_.lpszPathTranslated = request_.adapterMode ? nullptr : pathTranslated_.data();
   ecb_.cbTotalBytes = static_cast<DWORD>(announced);
   ecb_.cbAvailable = static_cast<DWORD>(delivered_);
@@ -114,6 +114,10 @@ BOOL WINAPI Exchange::GetServerVariable(HCONN conn, LPSTR name, LPVOID buffer, L
 BOOL WINAPI Exchange::WriteClient(HCONN conn, LPVOID buffer, LPDWORD bytes, DWORD) {
   Exchange* self = Of(conn);
   std::lock_guard lock(self->mutex_);
+  if (self->request_.clientGone) {
+    plat::SetLastError(plat::kErrorBrokenPipe);
+    return FALSE;
+  }
   if (self->response_.status == 0) self->response_.status = 200;
   self->response_.body.append(static_cast<const char*>(buffer), *bytes);
   return TRUE;

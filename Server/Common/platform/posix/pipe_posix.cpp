@@ -384,8 +384,11 @@ PipeServerEnd::PipeServerEnd() : state_(std::make_unique<State>()) {}
 PipeServerEnd::~PipeServerEnd() { Close(); }
 
 bool PipeServerEnd::Create(const char16_t* name, uint32_t maxInstances, uint32_t, uint32_t,
-                           uint32_t) {
+                           uint32_t, Step* failedAt) {
   Close();
+  // The instance's "event" is its descriptor and there is no security
+  // descriptor to build: only the socket itself can fail.
+  if (failedAt) *failedAt = Step::kPipe;
   if (maxInstances == 0 || maxInstances > 255) {
     SetLastError(kErrorInvalidParameter);
     return false;
@@ -490,7 +493,9 @@ void PipeServerEnd::Cancel() {
   s.lastError = kErrorOperationAborted;
 }
 
-bool PipeServerEnd::ClientProcessIdSupported() { return true; }
+PipeServerEnd::ClientPidSupport PipeServerEnd::ClientProcessIdSupport() {
+  return ClientPidSupport::kSupported;  // SO_PEERCRED
+}
 
 bool PipeServerEnd::Disconnect() {
   State& s = *state_;

@@ -82,32 +82,29 @@ PipeServerEnd::PipeServerEnd() : state_(std::make_unique<State>()) {}
 PipeServerEnd::~PipeServerEnd() { Close(); }
 
 bool PipeServerEnd::Create(const char16_t* name, uint32_t maxInstances, uint32_t outBuffer,
-                           uint32_t inBuffer, uint32_t defaultTimeoutMs) {
+                           uint32_t inBuffer, uint32_t defaultTimeoutMs, Step* failedAt) {
   Close();
+  auto fail = [this, failedAt](Step at) {
+    DWORD err = ::GetLastError();
+    Close();
+    ::SetLastError(err);
+    if (failedAt) *failedAt = at;
+    return false;
+  };
   wchar_t path[kPathCapacity];
-  if (!PipePath(name, path)) return false;
+  if (!PipePath(name, path)) return fail(Step::kPipe);
   State& s = *state_;
   s.event = ::CreateEventW(nullptr, TRUE, TRUE, nullptr);
-  if (!s.event) return false;
+  if (!s.event) return fail(Step::kEvent);
   // A null DACL: any local caller may connect.
   SECURITY_DESCRIPTOR sd;
   SECURITY_ATTRIBUTES sa{sizeof sa, &sd, FALSE};
-  if (!::InitializeSecurityDescriptor(&sd, SECURITY_DESCRIPTOR_REVISION) ||
-      !::SetSecurityDescriptorDacl(&sd, TRUE, nullptr, FALSE)) {
-    DWORD err = ::GetLastError();
-    Close();
-    ::SetLastError(err);
-    return false;
-  }
+  if (!::InitializeSecurityDescriptor(&sd, SECURITY_DESCRIPTOR_REVISION)) return fail(Step::kSecurityDescriptor);
+  if (!::SetSecurityDescriptorDacl(&sd, TRUE, nullptr, FALSE)) return fail(Step::kDacl);
   s.pipe = ::CreateNamedPipeW(path, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED,
                               PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, maxInstances,
                               outBuffer, inBuffer, defaultTimeoutMs, &sa);
-  if (s.pipe == INVALID_HANDLE_VALUE) {
-    DWORD err = ::GetLastError();
-    Close();
-    ::SetLastError(err);
-    return false;
-  }
+  if (s.pipe == INVALID_HANDLE_VALUE) return fail(Step::kPipe);
   s.overlapped.hEvent = s.event;
   return true;
 }
@@ -161,19 +158,34 @@ void PipeServerEnd::Cancel() {
 
 namespace {
 using ClientPidFn = BOOL(WINAPI*)(HANDLE, PULONG);
-ClientPidFn ClientPidEntry() {
-  static ClientPidFn fn = reinterpret_cast<ClientPidFn>(reinterpret_cast<void*>(
-      ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "GetNamedPipeClientProcessId")));
-  return fn;
+struct ClientPidEntryPoint {
+  HMODULE kernel32 = nullptr;
+  ClientPidFn fn = nullptr;
+};
+const ClientPidEntryPoint& ClientPidEntry() {
+  static const ClientPidEntryPoint entry = [] {
+    ClientPidEntryPoint e;
+    e.kernel32 = ::GetModuleHandleW(L"Kernel32.dll");
+    if (e.kernel32) {
+      e.fn = reinterpret_cast<ClientPidFn>(
+          reinterpret_cast<void*>(::GetProcAddress(e.kernel32, "GetNamedPipeClientProcessId")));
+    }
+    return e;
+  }();
+  return entry;
 }
 }  // namespace
 
-bool PipeServerEnd::ClientProcessIdSupported() { return ClientPidEntry() != nullptr; }
+PipeServerEnd::ClientPidSupport PipeServerEnd::ClientProcessIdSupport() {
+  const ClientPidEntryPoint& entry = ClientPidEntry();
+  if (!entry.kernel32) return ClientPidSupport::kNoLibrary;
+  return entry.fn ? ClientPidSupport::kSupported : ClientPidSupport::kMissing;
+}
 
 bool PipeServerEnd::Disconnect() { return ::DisconnectNamedPipe(state_->pipe) != FALSE; }
 
 bool PipeServerEnd::ClientProcessId(uint32_t* pid) const {
-  ClientPidFn fn = ClientPidEntry();
+  ClientPidFn fn = ClientPidEntry().fn;
   if (!fn) {
     ::SetLastError(ERROR_NOT_SUPPORTED);
     return false;

@@ -35,8 +35,11 @@ struct Request {
   std::string serverName = "localhost";
   std::string serverPort = "80";
   // Adapter mode: path-info and path-translated are null and the call is
-  // synchronous.
+  // synchronous. Some adapters hand a path-info but no path-translated.
   bool adapterMode = false;
+  bool adapterKeepsPathInfo = false;
+  // The client is gone: every WriteClient fails.
+  bool clientGone = false;
   // What HSE_REQ_GET_IMPERSONATION_TOKEN hands out (null: the request fails).
   void* impersonationToken = nullptr;
 };

@@ -80,8 +80,11 @@ class PipeServerEnd {
   // PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, maxInstances,
   // outBuffer, inBuffer, defaultTimeoutMs) with a null DACL, so that any
   // local caller may connect. kErrorPipeBusy when maxInstances are taken.
+  // On failure *failedAt (when given) tells which step failed: the
+  // instance's event, the security descriptor, its DACL, or the pipe.
+  enum class Step : uint8_t { kEvent, kSecurityDescriptor, kDacl, kPipe };
   bool Create(const char16_t* name, uint32_t maxInstances, uint32_t outBuffer,
-              uint32_t inBuffer, uint32_t defaultTimeoutMs);
+              uint32_t inBuffer, uint32_t defaultTimeoutMs, Step* failedAt = nullptr);
   // ConnectNamedPipe (overlapped). A client that connected before the call
   // counts as completed at once.
   bool Connect();
@@ -100,8 +103,10 @@ class PipeServerEnd {
   bool Disconnect();
   // GetNamedPipeClientProcessId (SO_PEERCRED on Linux).
   bool ClientProcessId(uint32_t* pid) const;
-  // Whether this system can tell the client's process id at all.
-  static bool ClientProcessIdSupported();
+  // Whether this system can tell the client's process id at all: the call
+  // exists, is missing (older Windows), or its library could not be loaded.
+  enum class ClientPidSupport : uint8_t { kSupported, kMissing, kNoLibrary };
+  static ClientPidSupport ClientProcessIdSupport();
   void Close();
   bool IsOpen() const;
 
