@@ -24,7 +24,6 @@ struct Command1 {
   Action action;
   const char* section = nullptr;  // sections; also the log's name of a value
   uint32_t argc = 1;              // arguments after the name (a reader's reply pipe included)
-  uint32_t event = 0;             // writers: the config record made pending
   st::ClientValue value = st::ClientValue::kStatFlag;
 };
 
@@ -49,19 +48,18 @@ constexpr Command1 kCommands[] = {
     {u"CMDHL_GET_SPY_RESTORE_LIST", Action::kReadSection, "SPY_RESTORE_LIST", 2},
     {u"CMDHL_GET_WTP_SETTING", Action::kReadSection, "WTP_SETTING", 2},
     {u"CMDHL_GET_FA_RESTORE_SETTING", Action::kReadSection, "FA_RESTORE_SETTING", 2},
-    // The config events are the numbers the settings requests reset once a
-    // client has fetched the section.
-    {u"CMDHL_SET_MS_CFG", Action::kWriteSection, "MS_CFG", 2, 65},
-    {u"CMDHL_SET_MS_CFG_EX", Action::kWriteSection, "MS_CFG_EX", 2, 69},
-    {u"CMDHL_SET_RT_CFG", Action::kWriteSection, "RT_CFG", 2, 66},
-    {u"CMDHL_SET_RT_CFG_EX", Action::kWriteSection, "RT_CFG_EX", 2, 70},
-    {u"CMDHL_SET_PS_CFG", Action::kWriteSection, "PS_CFG", 2, 67},
-    {u"CMDHL_SET_PS_CFG_EX", Action::kWriteSection, "PS_CFG_EX", 2, 71},
-    {u"CMDHL_SET_SPY_MS_CFG", Action::kWriteSection, "SPY_MS_CFG", 2, 97},
-    {u"CMDHL_SET_SPY_RT_CFG", Action::kWriteSection, "SPY_RT_CFG", 2, 98},
-    {u"CMDHL_SET_SPY_PS_CFG", Action::kWriteSection, "SPY_PS_CFG", 2, 99},
-    {u"CMDHL_SET_CLIENTCFG_SU_STATUS", Action::kSetValue, "scheduled_update", 2, 0, ClientValue::kScheduledUpdate},
-    {u"CMDHL_SET_CLIENTCFG_WARNING_SETTING", Action::kSetValue, "warning_setting", 2, 0, ClientValue::kWarningSetting},
+    // Each makes its section's config record pending (st_Sections).
+    {u"CMDHL_SET_MS_CFG", Action::kWriteSection, "MS_CFG", 2},
+    {u"CMDHL_SET_MS_CFG_EX", Action::kWriteSection, "MS_CFG_EX", 2},
+    {u"CMDHL_SET_RT_CFG", Action::kWriteSection, "RT_CFG", 2},
+    {u"CMDHL_SET_RT_CFG_EX", Action::kWriteSection, "RT_CFG_EX", 2},
+    {u"CMDHL_SET_PS_CFG", Action::kWriteSection, "PS_CFG", 2},
+    {u"CMDHL_SET_PS_CFG_EX", Action::kWriteSection, "PS_CFG_EX", 2},
+    {u"CMDHL_SET_SPY_MS_CFG", Action::kWriteSection, "SPY_MS_CFG", 2},
+    {u"CMDHL_SET_SPY_RT_CFG", Action::kWriteSection, "SPY_RT_CFG", 2},
+    {u"CMDHL_SET_SPY_PS_CFG", Action::kWriteSection, "SPY_PS_CFG", 2},
+    {u"CMDHL_SET_CLIENTCFG_SU_STATUS", Action::kSetValue, "scheduled_update", 2, ClientValue::kScheduledUpdate},
+    {u"CMDHL_SET_CLIENTCFG_WARNING_SETTING", Action::kSetValue, "warning_setting", 2, ClientValue::kWarningSetting},
     {u"CMDHL_GET_INI_GLOBALSETTING", Action::kReadSection, "INI_GLOBALSETTING", 2},
     {u"CMDHL_GET_INI_OTHERUPDATESRC", Action::kReadSection, "INI_OTHERUPDATESRC", 2},
     {u"CMDHL_GET_INI_SCANSERVICELIST", Action::kReadSection, "INI_SCANSERVICELIST", 2},
@@ -72,12 +70,12 @@ constexpr Command1 kCommands[] = {
     {u"CMDHL_GET_OPPSETTING", Action::kReadSection, "OPPSETTING", 2},
     {u"CMDHL_IS_CONFIGFLAGSET", Action::kConfigFlag, nullptr, 3},
     {u"CMDHL_CMDHL_GET_CLN_ALERT_MSG", Action::kAlertMessage, nullptr, 3},
-    {u"CMDHL_PFW_SET_POLICY_ID", Action::kSetValue, "policy_id", 2, 0, ClientValue::kPolicyId},
+    {u"CMDHL_PFW_SET_POLICY_ID", Action::kSetValue, "policy_id", 2, ClientValue::kPolicyId},
     {u"CMDHL_PFW_GET_CLIENT_DOMAIN", Action::kDomain, nullptr, 2},
     {u"CMDHL_PFW_GET_CLIENT_FULL_DOMAIN", Action::kFullDomain, nullptr, 2},
     {u"CMDHL_PFW_UPDATE_CFW_COUNT", Action::kFirewall, nullptr, 10},
     {u"CMDHL_PFW_GET_LOG_QUERY_CONDITION", Action::kReadSection, "PFW_LOG_QUERY_CONDITION", 2},
-    {u"CMDHL_SET_STATFLAG", Action::kSetValue, "stat_flag", 2, 0, ClientValue::kStatFlag},
+    {u"CMDHL_SET_STATFLAG", Action::kSetValue, "stat_flag", 2, ClientValue::kStatFlag},
     {u"CMDHL_GET_PRODUCT_INFO", Action::kReadSection, "PRODUCT_INFO", 1},
     {u"CMDHL_GET_INI_WHITELIST", Action::kReadSection, "INI_WHITELIST", 2},
     {u"CMDHL_GET_CLIENT_ALL_SETTING", Action::kReadSection, "CLIENT_ALL_SETTING", 3},
@@ -152,10 +150,12 @@ std::string Write(Context& context, const Command1& command, const std::vector<s
   bool ok = false;
   std::string what;
   switch (command.action) {
-    case Action::kWriteSection:
-      ok = context.store.WriteSection(uid, command.section, plat::ToUtf8(fields[2]), command.event);
-      what = std::string(command.section) + " stored, config event " + std::to_string(command.event) + " pending";
+    case Action::kWriteSection: {
+      uint32_t event = 0;
+      ok = context.store.WriteSection(uid, command.section, plat::ToUtf8(fields[2]), &event);
+      what = std::string(command.section) + " stored, config event " + std::to_string(event) + " pending";
       break;
+    }
     case Action::kSetValue:
       if (!Number(fields[2], &number)) return "dropped: uid=" + uid + " the value is not a number";
       ok = context.store.SetClientValue(uid, command.value, number);

@@ -4,12 +4,21 @@
 #include "channel/rec_Lifecycle.h"
 #include "channel/rec_Settings.h"
 #include "channel/rec_Sign.h"
+#include "platform/codepage.h"
 #include "platform/text.h"
 
 namespace cmd {
 namespace {
 
 std::string Utf8(const std::u16string& text) { return plat::ToUtf8(text); }
+
+// A narrow text of the extension's, in the ANSI code page, as UTF-8.
+std::string AnsiToUtf8(const std::string& text) {
+  if (text.empty()) return text;
+  char16_t wide[64];
+  const int n = plat::MultiByteToWide(plat::kCpAcp, 0, text.c_str(), -1, wide, 64);
+  return n > 0 ? Utf8(wide) : std::string();
+}
 
 std::string OnStart(Context& context, CMsgSerializer& message, Reply2&) {
   std::vector<uint8_t> block;
@@ -98,12 +107,61 @@ std::string OnRefreshCertInfo(Context& context, CMsgSerializer& message, Reply2&
   return "certificate reloaded, serial " + context.signer.Serial();
 }
 
+std::string OnCheckClientExist(Context& context, CMsgSerializer& message, Reply2& answer) {
+  tagCln_ClientUid request;
+  if (!request.Deserialize(message)) return "dropped: incomplete record";
+  bool known = false;
+  if (!context.store.IsKnown(Utf8(request.uid), &known)) return "dropped: the database failed";
+  tagCln_ClientExists exists;
+  exists.exists = known ? 1 : 0;
+  exists.Serialize(answer.Fields());
+  return "uid=" + Utf8(request.uid) + (known ? " known" : " unknown client");
+}
+
+std::string OnRequestUpdate(Context& context, CMsgSerializer&, Reply2& answer) {
+  std::string order;
+  if (!context.store.UpdateOrder(&order)) return "dropped: the database failed";
+  tagCln_SettingsText text;
+  text.text = plat::FromUtf8(order);
+  text.Serialize(answer.Fields());
+  return order.empty() ? "no update order" : "update order " + std::to_string(order.size()) + " bytes";
+}
+
+std::string OnDlpDeploySettings(Context& context, CMsgSerializer& message, Reply2& answer) {
+  tagCln_ClientUid request;
+  if (!request.Deserialize(message)) return "dropped: incomplete record";
+  std::string settings;
+  if (!context.store.ReadSection(Utf8(request.uid), "DLP_DEPLOY_SETTINGS", &settings))
+    return "dropped: the database failed";
+  tagCln_SettingsText text;
+  text.text = plat::FromUtf8(settings);
+  text.Serialize(answer.Fields());
+  return "uid=" + Utf8(request.uid) + " DLP_DEPLOY_SETTINGS " + std::to_string(settings.size()) + " bytes";
+}
+
+std::string OnActiveRestoreOpp(Context& context, CMsgSerializer& message, Reply2&) {
+  tagCln_ActiveRestoreOpp record;
+  if (!record.Deserialize(message)) return "dropped: incomplete record";
+  if (record.operation != tagCln_ActiveRestoreOpp::kActivated && record.operation != tagCln_ActiveRestoreOpp::kRestored)
+    return "dropped: operation " + std::to_string(record.operation) + " is neither 52 nor 53";
+  const std::string uid = AnsiToUtf8(record.Uid());
+  const std::string release = AnsiToUtf8(record.Release());
+  bool known = false;
+  if (!context.store.AddOppReport(uid, release, record.operation, &known)) return "dropped: not stored";
+  return "uid=" + uid + (record.operation == tagCln_ActiveRestoreOpp::kActivated ? " activated" : " restored") +
+         (known ? "" : ": unknown client, not stored");
+}
+
 constexpr Command2 kCommands[] = {
     {u"CMDHLV2_CLN_ON_START", kCommandHandlerPipe, OnStart},
     {u"CMDHLV2_CLN_ON_LOGON_USER", kCommandHandlerPipe, OnLogonUser},
     {u"CMDHLV2_CLN_ON_PROTECTION_STATUS", kCommandHandlerPipe, OnProtectionStatus},
     {u"CMDHLV2_HEARTBEAT_NOTIFY", kCommandHandlerPipe, OnHeartbeat},
     {u"CMDHLV2_CLN_REMOVE_CONFIG_REC", kCommandHandlerPipe, OnRemoveConfigRecord},
+    {u"CMDHLV2_CHECK_CLIENT_EXIST", kCommandHandlerPipe, OnCheckClientExist},
+    {u"CMDHLV2_CLN_RQ_UPD", kCommandHandlerPipe, OnRequestUpdate},
+    {u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", kCommandHandlerPipe, OnDlpDeploySettings},
+    {u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", kCommandHandlerPipe, OnActiveRestoreOpp},
     {u"CMDHSAV2_DATA", kCommandHandler2Pipe, OnSignData},
     {u"VG_REFRESH_CERT_INFO", kServerNotifyPipe, OnRefreshCertInfo},
 };

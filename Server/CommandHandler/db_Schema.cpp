@@ -117,6 +117,20 @@ CREATE TABLE IF NOT EXISTS alert_messages (
   text TEXT NOT NULL,
   created TEXT NOT NULL DEFAULT (strftime('%Y-%m-%d %H:%M:%f','now'))
 );
+-- The server's update order, one for every client (requestid 205).
+CREATE TABLE IF NOT EXISTS update_order (
+  id INTEGER PRIMARY KEY CHECK (id = 1),
+  text TEXT NOT NULL,
+  updated TEXT NOT NULL
+);
+-- Clients' reports that they activated (52) or restored (53) their OPP policy.
+CREATE TABLE IF NOT EXISTS opp_reports (
+  id INTEGER PRIMARY KEY,
+  received TEXT NOT NULL DEFAULT (strftime('%Y-%m-%d %H:%M:%f','now')),
+  uid TEXT NOT NULL COLLATE NOCASE,
+  release TEXT NOT NULL,
+  operation INTEGER NOT NULL
+);
 CREATE TABLE IF NOT EXISTS firewall_counts (
   uid TEXT PRIMARY KEY COLLATE NOCASE,
   updated TEXT NOT NULL,

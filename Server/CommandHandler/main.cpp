@@ -5,6 +5,7 @@
 #include <string>
 
 #include "sig_Signer.h"
+#include "svc_Admin.h"
 #include "svc_Log.h"
 #include "svc_Options.h"
 #include "svc_Service.h"
@@ -41,6 +42,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (options.printIdentity) return PrintIdentity(options);
+  if (!options.command.empty()) return svc::RunAdmin(options);
 
   // The signals are taken by sigwait below; every thread started from here
   // on inherits the mask. A reply pipe that closes under a write is an

@@ -1,4 +1,5 @@
-// Registration, protection status, logon user, heartbeat, firewall counts.
+// Registration, protection status, logon user, heartbeat, OPP reports,
+// firewall counts.
 #include "db_Schema.h"
 #include "channel/rec_Lifecycle.h"
 #include "platform/text.h"
@@ -98,6 +99,21 @@ bool Store::Heartbeat(const std::string& uid, int32_t requestType, const std::st
     state->messageId = static_cast<int32_t>(read.Int(1));
     state->settingSequence = static_cast<int32_t>(read.Int(2));
     return true;
+  });
+}
+
+bool Store::IsKnown(const std::string& uid, bool* known) {
+  std::lock_guard lock(database_.Lock());
+  *known = Known(database_, uid);
+  return true;
+}
+
+bool Store::AddOppReport(const std::string& uid, const std::string& release, int32_t operation, bool* known) {
+  return db::InTransaction(database_, [&] {
+    *known = Known(database_, uid);
+    if (!*known) return true;
+    db::Statement s = database_.Prepare("INSERT INTO opp_reports (uid, release, operation) VALUES (?, ?, ?)");
+    return s.Bind(1, uid).Bind(2, release).Bind(3, operation).Run();
   });
 }
 

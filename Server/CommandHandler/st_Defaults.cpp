@@ -6,6 +6,15 @@
 
 namespace st {
 
+std::string WithCrLf(const std::string& text) {
+  std::string crlf;
+  for (char c : text) {
+    if (c == '\n' && (crlf.empty() || crlf.back() != '\r')) crlf += '\r';
+    crlf += c;
+  }
+  return crlf;
+}
+
 bool ReadDefaultSections(const std::string& folder, std::map<std::string, std::string>* sections,
                          std::string* error) {
   namespace fs = std::filesystem;
@@ -24,13 +33,7 @@ bool ReadDefaultSections(const std::string& folder, std::map<std::string, std::s
       *error = "cannot read " + entry.path().string();
       return false;
     }
-    // Settings texts travel with CR LF line ends.
-    std::string crlf;
-    for (char c : text.str()) {
-      if (c == '\n' && (crlf.empty() || crlf.back() != '\r')) crlf += '\r';
-      crlf += c;
-    }
-    (*sections)[entry.path().stem().string()] = crlf;
+    (*sections)[entry.path().stem().string()] = WithCrLf(text.str());
   }
   if (sections->empty()) {
     *error = "no section files (*.ini) in " + folder;

@@ -7,6 +7,10 @@
 
 namespace st {
 
+// Settings texts travel with CR LF line ends; a text written with LF alone
+// gets its CR.
+std::string WithCrLf(const std::string& text);
+
 bool ReadDefaultSections(const std::string& folder, std::map<std::string, std::string>* sections, std::string* error);
 
 }  // namespace st

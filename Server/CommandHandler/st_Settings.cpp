@@ -1,5 +1,6 @@
 // Settings sections, pending configuration records and the per-client values
 // of the version-1 setters.
+#include "st_Sections.h"
 #include "st_Store.h"
 
 namespace st {
@@ -34,26 +35,69 @@ bool Store::ReadSection(const std::string& uid, const std::string& section, std:
   return !fallback.failed();
 }
 
-bool Store::WriteSection(const std::string& uid, const std::string& section, const std::string& text, uint32_t event) {
+namespace {
+
+// Makes the section's record pending and sets its flag, in the caller's
+// transaction.
+bool MarkChanged(db::Database& database, const std::string& uid, const SectionRule& rule) {
+  if (rule.event != 0) {
+    db::Statement pending = database.Prepare(std::string("INSERT OR REPLACE INTO config_records (uid, event, created) "
+                                                         "VALUES (?, ?, ") +
+                                             db::kNowSql + ")");
+    if (!pending.Bind(1, uid).Bind(2, rule.event).Run()) return false;
+  }
+  if (rule.flag == 0) return true;
+  db::Statement flag = database.Prepare(std::string("INSERT INTO client_config (uid, config_flags, updated) VALUES (?1, "
+                                                    "?2, ") +
+                                        db::kNowSql +
+                                        ") ON CONFLICT(uid) DO UPDATE SET config_flags = config_flags | ?2, "
+                                        "updated = excluded.updated");
+  return flag.Bind(1, uid).Bind(2, rule.flag).Run();
+}
+
+}  // namespace
+
+bool Store::WriteSection(const std::string& uid, const std::string& section, const std::string& text,
+                         uint32_t* event) {
+  const SectionRule* rule = FindSection(section);
+  *event = rule ? rule->event : 0;
+  if (rule == nullptr) return false;
   return db::InTransaction(database_, [&] {
     db::Statement s = database_.Prepare(std::string("INSERT INTO client_sections VALUES (?, ?, ?, ") + db::kNowSql +
                                         ") ON CONFLICT(uid, section) DO UPDATE SET text = excluded.text, "
                                         "updated = excluded.updated");
-    if (!s.Bind(1, uid).Bind(2, section).Bind(3, text).Run()) return false;
-    db::Statement pending = database_.Prepare(std::string("INSERT OR REPLACE INTO config_records (uid, event, created) "
-                                                          "VALUES (?, ?, ") +
-                                              db::kNowSql + ")");
-    return pending.Bind(1, uid).Bind(2, event).Run();
+    return s.Bind(1, uid).Bind(2, section).Bind(3, text).Run() && MarkChanged(database_, uid, *rule);
+  });
+}
+
+bool Store::ClearSection(const std::string& uid, const std::string& section, uint32_t* event, bool* removed) {
+  const SectionRule* rule = FindSection(section);
+  *event = rule ? rule->event : 0;
+  *removed = false;
+  if (rule == nullptr) return false;
+  return db::InTransaction(database_, [&] {
+    db::Statement s = database_.Prepare("DELETE FROM client_sections WHERE uid = ? AND section = ? RETURNING 1");
+    *removed = s.Bind(1, uid).Bind(2, section).Step();
+    while (s.Step()) {
+    }
+    return !s.failed() && (!*removed || MarkChanged(database_, uid, *rule));
   });
 }
 
 bool Store::RemoveConfigRecord(const std::string& uid, uint32_t event, bool* removed) {
+  uint32_t flags = 0;
+  for (const SectionRule& rule : kSections) {
+    if (rule.event == event) flags |= rule.flag;
+  }
   return db::InTransaction(database_, [&] {
     db::Statement s = database_.Prepare("DELETE FROM config_records WHERE uid = ? AND event = ? RETURNING 1");
     *removed = s.Bind(1, uid).Bind(2, event).Step();
     while (s.Step()) {
     }
-    return !s.failed();
+    if (s.failed()) return false;
+    if (flags == 0) return true;
+    db::Statement clear = database_.Prepare("UPDATE client_config SET config_flags = config_flags & ~? WHERE uid = ?");
+    return clear.Bind(1, flags).Bind(2, uid).Run();
   });
 }
 
@@ -88,8 +132,42 @@ bool Store::AlertMessage(const std::string& uid, int32_t functionType, std::stri
   std::lock_guard lock(database_.Lock());
   db::Statement s = database_.Prepare(
       "SELECT text FROM alert_messages WHERE (uid IS NULL OR uid = ?) AND function_type = ? ORDER BY id DESC LIMIT 1");
-  *text = s.Bind(1, uid).Bind(2, functionType).Step() ? s.Text(0) : std::string();
+  if (s.Bind(1, uid).Bind(2, functionType).Step()) {
+    *text = s.Text(0);
+    return true;
+  }
+  if (s.failed()) return false;
+  db::Statement fallback = database_.Prepare("SELECT text FROM section_defaults WHERE section = ?");
+  *text = fallback.Bind(1, "CLN_ALERT_MSG_" + std::to_string(functionType)).Step() ? fallback.Text(0) : std::string();
+  return !fallback.failed();
+}
+
+bool Store::AddAlertMessage(const std::string& uid, int32_t functionType, const std::string& text, int64_t* id) {
+  return db::InTransaction(database_, [&] {
+    db::Statement s = database_.Prepare(
+        "INSERT INTO alert_messages (uid, function_type, text) VALUES (NULLIF(?, ''), ?, ?) RETURNING id");
+    if (!s.Bind(1, uid).Bind(2, functionType).Bind(3, text).Step()) return false;
+    *id = s.Int(0);
+    while (s.Step()) {
+    }
+    return !s.failed();
+  });
+}
+
+bool Store::UpdateOrder(std::string* text) {
+  std::lock_guard lock(database_.Lock());
+  db::Statement s = database_.Prepare("SELECT text FROM update_order WHERE id = 1");
+  *text = s.Step() ? s.Text(0) : std::string();
   return !s.failed();
+}
+
+bool Store::SetUpdateOrder(const std::string& text) {
+  return db::InTransaction(database_, [&] {
+    db::Statement s = database_.Prepare(std::string("INSERT OR REPLACE INTO update_order (id, text, updated) VALUES "
+                                                    "(1, ?, ") +
+                                        db::kNowSql + ")");
+    return s.Bind(1, text).Run();
+  });
 }
 
 bool Store::LoadDefaults(const std::map<std::string, std::string>& sections) {

@@ -42,8 +42,13 @@ class Store {
 
   // Settings texts: a client's own section, else the default.
   bool ReadSection(const std::string& uid, const std::string& section, std::string* text);
-  // Stores a client's own section and marks config `event` pending.
-  bool WriteSection(const std::string& uid, const std::string& section, const std::string& text, uint32_t event);
+  // Stores a client's own section (or drops it, so that the default applies
+  // again) and makes the section's configuration record pending (and sets
+  // its flag): the client learns of the change from its next heartbeat.
+  // *event is the record made pending (0: none).
+  bool WriteSection(const std::string& uid, const std::string& section, const std::string& text, uint32_t* event);
+  bool ClearSection(const std::string& uid, const std::string& section, uint32_t* event, bool* removed);
+  // The client has fetched: the record goes, and the flags its section set.
   bool RemoveConfigRecord(const std::string& uid, uint32_t event, bool* removed);
   bool SetClientValue(const std::string& uid, ClientValue which, int64_t value);
   bool IsConfigFlagSet(const std::string& uid, uint32_t flag, bool* set);
@@ -51,8 +56,17 @@ class Store {
   // it has one.
   bool ClientDomain(const std::string& uid, bool full, std::string* text);
   // The newest alert message for the client (or for every client) of this
-  // function type; empty when there is none.
+  // function type, else the shipped default of the kind; empty when neither.
   bool AlertMessage(const std::string& uid, int32_t functionType, std::string* text);
+  // Posts an alert message; an empty uid addresses every client.
+  bool AddAlertMessage(const std::string& uid, int32_t functionType, const std::string& text, int64_t* id);
+  bool IsKnown(const std::string& uid, bool* known);
+  // The server's update order, the same for every client (empty: none).
+  bool UpdateOrder(std::string* text);
+  bool SetUpdateOrder(const std::string& text);
+  // A client's report that it activated (52) or restored (53) its OPP
+  // policy; kept for known clients only.
+  bool AddOppReport(const std::string& uid, const std::string& release, int32_t operation, bool* known);
   // Replaces the default sections with these (name -> text).
   bool LoadDefaults(const std::map<std::string, std::string>& sections);
 

@@ -12,6 +12,7 @@ namespace svc {
 const char* Usage() {
   return "usage: vgcr-cmdhandler [--data DIR] [--defaults DIR] [--instances N] [--quiet]\n"
          "       vgcr-cmdhandler --print-identity [--data DIR]\n"
+         "       vgcr-cmdhandler [--data DIR] COMMAND ARGUMENTS...\n"
          "\n"
          "The server's command-handler service: listens on the command pipes,\n"
          "keeps what clients report in DIR/cmdhandler.db (SQLite) and signs\n"
@@ -24,6 +25,18 @@ const char* Usage() {
          "  --quiet           no log line per command\n"
          "  --print-identity  print the signing certificate's SA_ISR and SA_SN\n"
          "                    query values and exit\n"
+         "\n"
+         "Operator commands (beside a running service, on the same database):\n"
+         "  set-section UID SECTION FILE  the client's own SECTION from FILE (- reads\n"
+         "                                standard input); the client fetches it after\n"
+         "                                its next heartbeat\n"
+         "  clear-section UID SECTION     the client gets the default SECTION again\n"
+         "  update-order FILE             the update order every client gets (an empty\n"
+         "                                file: none)\n"
+         "  alert KIND FILE [UID]         an alert message of KIND for UID, or for every\n"
+         "                                client\n"
+         "  sections                      the sections and the config events they make\n"
+         "                                pending\n"
          "\n"
          "Pipes live in $VGCR_PIPE_DIR; spill files are read from $VGCR_LOCAL_PATH.\n"
          "SIGINT or SIGTERM stops it cleanly.\n";
@@ -63,6 +76,8 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
       options->printIdentity = true;
     } else if (!std::strcmp(arg, "--help") || !std::strcmp(arg, "-h")) {
       options->help = true;
+    } else if (arg[0] != '-' || (arg[1] == '\0' && !options->command.empty())) {
+      options->command.emplace_back(arg);
     } else {
       *error = std::string("unknown option ") + arg;
       return false;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace svc {
 
@@ -13,6 +14,8 @@ struct Options {
   bool quiet = false;                      // no line per command
   bool printIdentity = false;              // print SA_ISR and SA_SN, then exit
   bool help = false;
+  // An operator command and its arguments (svc_Admin), when one is given.
+  std::vector<std::string> command;
 };
 
 // False with a message for a bad command line.

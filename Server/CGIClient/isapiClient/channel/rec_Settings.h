@@ -9,6 +9,10 @@
 #include "rec_Block.h"
 #include "ser_Serializer.h"
 
+// The alert message kinds a client may ask for (requestid 204, function
+// type); every other kind is refused.
+inline constexpr int32_t kAlertMessageKinds[] = {0, 1, 3, 5, 7, 8, 12, 13, 128};
+
 // "CMDHLV2_CLN_REMOVE_CONFIG_REC": 128 bytes, zero where not filled.
 struct tagCln_RemoveConfigRec : rec::Block<128> {
   static constexpr rec::Field kEvent{"config event", 0, 4, rec::Kind::kU32};

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "channel/cmdal_CmdAPI.h"
+#include "channel/rec_Settings.h"
 #include "hdl_Identity.h"
 #include "host/rsp_Reply.h"
 #include "support/dbg_Trace.h"

@@ -1,0 +1,158 @@
+#include "svc_Admin.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "channel/rec_Settings.h"
+#include "db_Schema.h"
+#include "platform/com.h"
+#include "platform/text.h"
+#include "st_Defaults.h"
+#include "st_Sections.h"
+#include "st_Store.h"
+#include "svc_Service.h"
+
+namespace svc {
+namespace {
+
+int Fail(const std::string& message, int status = 1) {
+  std::fprintf(stderr, "vgcr-cmdhandler: %s\n", message.c_str());
+  return status;
+}
+
+// A settings text from a file, or from standard input for "-".
+bool ReadText(const std::string& path, std::string* text, std::string* error) {
+  std::ostringstream bytes;
+  if (path == "-") {
+    bytes << std::cin.rdbuf();
+  } else {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+      *error = "cannot read " + path;
+      return false;
+    }
+    bytes << file.rdbuf();
+  }
+  *text = st::WithCrLf(bytes.str());
+  return true;
+}
+
+// What clients send: a GUID without braces.
+bool IsUid(const std::string& uid) {
+  plat::Guid guid;
+  return uid.size() == 36 && plat::ClsidFromString((u"{" + plat::FromUtf8(uid) + u"}").c_str(), &guid) >= 0;
+}
+
+std::string SectionNames() {
+  std::string names;
+  for (const st::SectionRule& rule : st::kSections) names += std::string(names.empty() ? "" : ", ") + rule.section;
+  return names;
+}
+
+struct Admin {
+  std::unique_ptr<db::Database> database;
+  std::unique_ptr<st::Store> store;
+};
+
+bool Open(const Options& options, Admin* admin, std::string* error) {
+  if (!MakeFolder(options.dataFolder, error)) return false;
+  admin->database = db::Database::Open(options.dataFolder + "/cmdhandler.db", error);
+  if (!admin->database || !db::CreateSchema(*admin->database, error)) return false;
+  admin->store = std::make_unique<st::Store>(*admin->database);
+  return true;
+}
+
+int SetSection(st::Store& store, const std::vector<std::string>& args) {
+  const std::string& uid = args[1];
+  const std::string& section = args[2];
+  std::string text, error;
+  if (!ReadText(args[3], &text, &error)) return Fail(error);
+  uint32_t event = 0;
+  if (!store.WriteSection(uid, section, text, &event)) return Fail("not stored");
+  std::printf("%s of %s stored (%zu bytes); config event %u pending\n", section.c_str(), uid.c_str(), text.size(),
+              event);
+  return 0;
+}
+
+int ClearSection(st::Store& store, const std::vector<std::string>& args) {
+  uint32_t event = 0;
+  bool removed = false;
+  if (!store.ClearSection(args[1], args[2], &event, &removed)) return Fail("not changed");
+  if (!removed) {
+    std::printf("%s of %s: the client had no section of its own\n", args[2].c_str(), args[1].c_str());
+  } else {
+    std::printf("%s of %s is the default again; config event %u pending\n", args[2].c_str(), args[1].c_str(), event);
+  }
+  return 0;
+}
+
+int UpdateOrder(st::Store& store, const std::vector<std::string>& args) {
+  std::string text, error;
+  if (!ReadText(args[1], &text, &error)) return Fail(error);
+  if (!store.SetUpdateOrder(text)) return Fail("not stored");
+  std::printf("update order stored (%zu bytes)\n", text.size());
+  return 0;
+}
+
+int Alert(st::Store& store, const std::vector<std::string>& args) {
+  const int32_t kind = plat::StrToLong(args[1].c_str());
+  bool served = false;
+  for (int32_t k : kAlertMessageKinds) served |= k == kind && std::to_string(k) == args[1];
+  if (!served) return Fail("KIND is one of 0, 1, 3, 5, 7, 8, 12, 13, 128", 2);
+  std::string text, error;
+  if (!ReadText(args[2], &text, &error)) return Fail(error);
+  const std::string uid = args.size() > 3 ? args[3] : "";
+  if (!uid.empty() && !IsUid(uid)) return Fail("UID is a GUID without braces", 2);
+  int64_t id = 0;
+  if (!store.AddAlertMessage(uid, kind, text, &id)) return Fail("not stored");
+  std::printf("alert message %lld of kind %d for %s\n", static_cast<long long>(id), kind,
+              uid.empty() ? "every client" : uid.c_str());
+  return 0;
+}
+
+int Sections() {
+  for (const st::SectionRule& rule : st::kSections) {
+    std::printf("%-26s event %3u%s\n", rule.section, rule.event, rule.flag ? " (and flag 0x1000)" : "");
+  }
+  return 0;
+}
+
+struct AdminCommand {
+  const char* name;
+  std::size_t minArgs, maxArgs;  // after the name
+  int (*run)(st::Store& store, const std::vector<std::string>& args);
+  bool takesUidAndSection;
+};
+
+constexpr AdminCommand kCommands[] = {
+    {"set-section", 3, 3, SetSection, true},
+    {"clear-section", 2, 2, ClearSection, true},
+    {"update-order", 1, 1, UpdateOrder, false},
+    {"alert", 2, 3, Alert, false},
+};
+
+}  // namespace
+
+int RunAdmin(const Options& options) {
+  const std::vector<std::string>& args = options.command;
+  if (args[0] == "sections") return Sections();
+  for (const AdminCommand& command : kCommands) {
+    if (args[0] != command.name) continue;
+    const std::size_t given = args.size() - 1;
+    if (given < command.minArgs || given > command.maxArgs) return Fail("wrong arguments; see --help", 2);
+    if (command.takesUidAndSection) {
+      if (!IsUid(args[1])) return Fail("UID is a GUID without braces, as the client sends it", 2);
+      if (!st::FindSection(args[2])) return Fail("unknown section " + args[2] + "; one of " + SectionNames(), 2);
+    }
+    Admin admin;
+    std::string error;
+    if (!Open(options, &admin, &error)) return Fail(error);
+    return command.run(*admin.store, args);
+  }
+  return Fail("unknown command " + args[0] + "; see --help", 2);
+}
+
+}  // namespace svc
