@@ -10,9 +10,12 @@
 #include "channel/pipe_Client.h"
 #include "db_probe.h"
 #include "channel/rec_Lifecycle.h"
+#include "channel/rec_Settings.h"
 #include "handlers/hdl_Common.h"
+#include "handlers/hdl_Identity.h"
 #include "host/rsp_Reply.h"
 #include "platform/text.h"
+#include "st_Store.h"
 #include "svc_Service.h"
 
 namespace {
@@ -152,6 +155,77 @@ TEST_F(Service, VersionOneSettersAndReaders) {
     EXPECT_TRUE(c.read(&text)) << c.what;
     EXPECT_EQ(text, c.expected) << c.what;
   }
+}
+
+// The round trips of the settings requests, answered from the database.
+TEST_F(Service, SettingsRequestRoundTrips) {
+  EXPECT_FALSE(IsClientKnownToServer(kUid));
+  ASSERT_TRUE(Register(kUid));
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  EXPECT_TRUE(IsClientKnownToServer(kUid));
+  EXPECT_TRUE(IsClientKnownToServer(u"6b29fc40-ca47-1067-b31d-00dd010662da")) << "uids compare without case";
+
+  auto ask = [](const char16_t* command, ISerializable& request) {
+    tagCln_SettingsText answer;
+    answer.text = u"<failed>";
+    AskService(command, request, answer);
+    return answer.text;
+  };
+  tagCln_EmptyBody nothing;
+  EXPECT_EQ(ask(u"CMDHLV2_CLN_RQ_UPD", nothing), u"") << "no update order yet";
+  ASSERT_TRUE(db_->Exec("INSERT INTO update_order VALUES (1, 'Order=2', '')"));
+  EXPECT_EQ(ask(u"CMDHLV2_CLN_RQ_UPD", nothing), u"Order=2");
+
+  tagCln_ClientUid client;
+  client.uid = kUid;
+  EXPECT_EQ(ask(u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", client).rfind(u"[DLP_Deploy]\r\n", 0), 0u) << "the default";
+
+  std::u16string alert;
+  ASSERT_TRUE(cmdal_GetClnAlertMsg(u"", 0, &alert));
+  EXPECT_EQ(alert.rfind(u"[Alert_Message]\r\nTitle=Virus detected\r\n", 0), 0u) << "the shipped text of kind 0";
+}
+
+// The OPP settings: a change sets flag 0x1000 and makes event 50 pending;
+// the client's fetch (its reset of 50) clears both. Reports are kept for
+// known clients.
+TEST_F(Service, OppSettingsFlagAndReports) {
+  ASSERT_TRUE(Register(kUid));
+  ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
+  bool changed = true;
+  ASSERT_TRUE(cmdal_IsConfigFlagSet(kUid, 0x1000, &changed));
+  EXPECT_FALSE(changed);
+  // An operator changes the settings beside the running service.
+  std::string error;
+  auto database = db::Database::Open(folder_ + "/cmdhandler.db", &error);
+  ASSERT_TRUE(database) << error;
+  st::Store store(*database);
+  uint32_t event = 0;
+  ASSERT_TRUE(store.WriteSection(kUidText, "OPPSETTING", "[Outbreak_Prevention]\r\nEnabled=1\r\n", &event));
+  EXPECT_EQ(event, 50u);
+  ASSERT_TRUE(db_->Exec("UPDATE client_config SET config_flags = config_flags | 1"));
+  ASSERT_TRUE(cmdal_IsConfigFlagSet(kUid, 0x1000, &changed));
+  EXPECT_TRUE(changed);
+  std::u16string opp;
+  ASSERT_TRUE(cmdal_GetOppSetting(kUid, &opp));
+  EXPECT_EQ(opp, u"[Outbreak_Prevention]\r\nEnabled=1\r\n");
+  ASSERT_TRUE(RemoveConfigRecord(kUid, 50));
+  EXPECT_EQ(db_->WaitFor("SELECT COUNT(*) FROM config_records", "0"), "0");
+  EXPECT_EQ(db_->Value("SELECT config_flags FROM client_config"), "1") << "only the OPP flag is cleared";
+
+  tagCln_ActiveRestoreOpp report;
+  report.SetUid(kUidText);
+  report.SetRelease("14.0.1");
+  report.operation = tagCln_ActiveRestoreOpp::kRestored;
+  ASSERT_TRUE(SendRecord(u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", report));
+  EXPECT_EQ(db_->WaitFor("SELECT uid || ' ' || release || ' ' || operation FROM opp_reports",
+                         std::string(kUidText) + " 14.0.1 53"),
+            std::string(kUidText) + " 14.0.1 53");
+  report.SetUid("00000000-0000-0000-0000-000000000009");
+  ASSERT_TRUE(SendRecord(u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", report));
+  report.operation = 54;
+  ASSERT_TRUE(SendRecord(u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", report));
+  EXPECT_EQ(MsCfg(kUid).rfind(u"[Manual_Scan]", 0), 0u) << "served in turn";
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM opp_reports"), "1") << "an unknown client's and a bad operation dropped";
 }
 
 // Raw bytes on the command pipe, as a broken or hostile sender would write them.

@@ -83,6 +83,18 @@ class System : public ::testing::Test {
     ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
   }
 
+  // The signing certificate's SA_ISR and SA_SN, as the service prints them.
+  void ReadIdentity(std::string* issuer, std::string* serial) {
+    const std::string identityFile = folder_ + "/identity.txt";
+    ASSERT_EQ(Child({VGCR_CMDHANDLER, "--print-identity", "--data", folder_}, identityFile).Wait(), 0);
+    std::istringstream lines(ReadFile(identityFile));
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("SA_ISR=", 0) == 0) *issuer = line.substr(7);
+      if (line.rfind("SA_SN=", 0) == 0) *serial = line.substr(6);
+    }
+    ASSERT_FALSE(serial->empty());
+  }
+
   std::string folder_;
   Child service_;
   std::unique_ptr<Host> host_;
@@ -124,15 +136,8 @@ TEST_P(BothModes, AProtectionStatusReportNeedsAKnownClient) {
 }
 
 TEST_P(BothModes, ASignedReplyVerifiesWithTheCertificate) {
-  const std::string identityFile = folder_ + "/identity.txt";
-  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--print-identity", "--data", folder_}, identityFile).Wait(), 0);
   std::string issuer, serial;
-  std::istringstream lines(ReadFile(identityFile));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("SA_ISR=", 0) == 0) issuer = line.substr(7);
-    if (line.rfind("SA_SN=", 0) == 0) serial = line.substr(6);
-  }
-  ASSERT_FALSE(serial.empty());
+  ASSERT_NO_FATAL_FAILURE(ReadIdentity(&issuer, &serial));
   ASSERT_NO_FATAL_FAILURE(RegisterClient());
 
   const std::string signed_ =
@@ -145,6 +150,77 @@ TEST_P(BothModes, ASignedReplyVerifiesWithTheCertificate) {
   const std::string other = Get(host_->port(), Poll(kUid) + "&SA_ISR=CN%3DSomeone&SA_SN=01&SA_RN=42");
   EXPECT_EQ(Header(other, "SA_SG"), "") << "another certificate: the reply goes out unsigned";
   EXPECT_EQ(Body(other), Body(signed_));
+}
+
+// The settings loop: an operator changes a client's sections, the client
+// sees its setting sequence move in its heartbeat, fetches each section and
+// gets the new text, and its fetch clears the pending configuration record.
+TEST_P(BothModes, TheSettingsLoop) {
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
+  EXPECT_EQ(Ask(Poll(kUid)),
+            "[Polling_Response]\r\nRECEIVING_STATUS=1\r\nINDIVIDUAL_SETTING=0\r\nMESSAGE_ID=0\r\nSETTING_SEQUENCE=0");
+  struct Change {
+    const char* section;
+    const char* text;   // as the operator writes it, LF line ends
+    std::string fetch;  // the client's request for the section
+    const char* event;
+  } changes[] = {
+      {"MS_CFG", "[Manual_Scan]\nScanAllFiles=0\n", "requestid=202&functiontype=1", "65"},
+      {"INI_GLOBALSETTING", "[Global_Setting]\nPollInterval=30\n", "requestid=201&functiontype=1", "73"},
+      {"OPPSETTING", "[Outbreak_Prevention]\nEnabled=1\n", "requestid=203&functiontype=0&chkdatabase=1", "50"},
+      {"DLP_DEPLOY_SETTINGS", "[DLP_Deploy]\nEnabled=1\n", "requestid=321&functiontype=1", "118"},
+  };
+  EXPECT_EQ(Ask("requestid=203&functiontype=0&chkdatabase=1&uid=" + std::string(kUid) + "&release=14.0.1"), "-8")
+      << "no change flagged yet";
+  for (const Change& change : changes) {
+    const std::string file = folder_ + "/" + change.section + ".ini";
+    std::ofstream(file) << change.text;
+    ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, change.section, file}).Wait(), 0);
+  }
+  EXPECT_EQ(db_->Value("SELECT group_concat(event) FROM (SELECT event FROM config_records ORDER BY event)"),
+            "50,65,73,118");
+  EXPECT_EQ(Ask(Poll(kUid)),
+            "[Polling_Response]\r\nRECEIVING_STATUS=1\r\nINDIVIDUAL_SETTING=1\r\nMESSAGE_ID=0\r\nSETTING_SEQUENCE=4");
+  for (const Change& change : changes) {
+    std::string expected = change.text;
+    for (std::size_t at = 0; (at = expected.find('\n', at)) != std::string::npos; at += 2) expected.insert(at, "\r");
+    EXPECT_EQ(Ask(change.fetch + "&uid=" + kUid + "&release=14.0.1"), expected) << change.section;
+    EXPECT_EQ(db_->WaitFor(std::string("SELECT COUNT(*) FROM config_records WHERE event = ") + change.event, "0"), "0")
+        << change.section << ": the fetch clears its record";
+  }
+  EXPECT_EQ(Ask("requestid=203&functiontype=0&chkdatabase=1&uid=" + std::string(kUid) + "&release=14.0.1"), "-8")
+      << "the fetch cleared the OPP flag too";
+}
+
+TEST_P(BothModes, UpdateOrderAndAlertMessagesFromTheOperator) {
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
+  EXPECT_EQ(Ask("requestid=205"), "") << "no update order yet";
+  const std::string order = folder_ + "/order.txt";
+  std::ofstream(order) << "[Update]\nSource=http://updates.example/\n";
+  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "update-order", order}).Wait(), 0);
+  EXPECT_EQ(Ask("requestid=205"), "[Update]\r\nSource=http://updates.example/\r\n");
+
+  EXPECT_EQ(Ask("requestid=204&functiontype=128"), "[Alert_Message]\r\nTitle=Message from your administrator\r\nText=\r\n")
+      << "the shipped text";
+  const std::string alert = folder_ + "/alert.txt";
+  std::ofstream(alert) << "Patch tonight.";
+  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "alert", "128", alert}).Wait(), 0);
+  EXPECT_EQ(Ask("requestid=204&functiontype=128&uid=" + std::string(kUid)), "Patch tonight.");
+  EXPECT_NE(Ask(Poll(kUid)).find("MESSAGE_ID=1\r\n"), std::string::npos) << "the heartbeat shows the new message";
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "alert", "2", alert}).Wait(), 2) << "a kind no client asks for";
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, "NO_SUCH", alert}).Wait(), 2);
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", "not-a-uid", "MS_CFG", alert}).Wait(), 2);
+}
+
+TEST_P(BothModes, ASignedSettingsTextVerifies) {
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
+  std::string issuer, serial;
+  ASSERT_NO_FATAL_FAILURE(ReadIdentity(&issuer, &serial));
+  const std::string reply = Get(host_->port(), "requestid=202&functiontype=0&uid=" + std::string(kUid) +
+                                                   "&release=14.0.1&SA_ISR=" + UrlEncode(issuer) + "&SA_SN=" + serial +
+                                                   "&SA_RN=-7");
+  EXPECT_EQ(Body(reply).rfind("[Scan_Setting]\r\n", 0), 0u) << Body(reply);
+  EXPECT_TRUE(SignatureVerifies(folder_ + "/signing-cert.pem", Body(reply), -7, Header(reply, "SA_SG"))) << reply;
 }
 
 INSTANTIATE_TEST_SUITE_P(System, BothModes, ::testing::Values(false, true),
