@@ -78,8 +78,27 @@ std::vector<std::vector<uint8_t>> ServiceSeeds() {
     ser::WriteBlock(m, "1\n0000000005", 12);
     add(1, Wire(m));
   }
+  for (const char16_t* command : {u"CMDHLV2_CHECK_CLIENT_EXIST", u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS"}) {
+    CMsgSerializer m(command);
+    ser::WriteWString(m, u"3F2504E0-4F89-11D3-9A0C-0305E82C3301");
+    add(0, Wire(m));
+  }
+  {
+    CMsgSerializer m(u"CMDHLV2_CLN_RQ_UPD");
+    add(0, Wire(m));
+  }
+  {
+    CMsgSerializer m(u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP");
+    ser::WriteI32(m, 52);
+    char uid[37] = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+    char release[8] = "14.0.1";
+    ser::WriteBlock(m, uid, sizeof uid);
+    ser::WriteBlock(m, release, sizeof release);
+    add(0, Wire(m));
+  }
   for (const char16_t* text : {u"CMDHL_SET_MS_CFG\tuid\t[Manual_Scan]\r\nA=1\tB",
                                u"CMDHL_GET_MS_CFG\tpipe\tuid", u"CMDHL_IS_CONFIGFLAGSET\tpipe\tuid\t4096",
+                               u"CMDHL_CMDHL_GET_CLN_ALERT_MSG\tpipe\t\t128",
                                u"CMDHL_PFW_UPDATE_CFW_COUNT\tuid\t0\t1\t2\t3\t4\t5\t6\ttext\t1"}) {
     std::vector<uint8_t> bytes;
     for (const char16_t* c = text; *c; ++c) {
