@@ -51,6 +51,12 @@ HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& 
   return identity.result;
 }
 
+bool ReadSettingsRequestIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {
+  if (ReadSettingsIdentity(identity, handler, known) == kResultHandled) return true;
+  dbg::TraceW(69, handler.traceSource, __LINE__, u"[%s] Leave due error(%d)", handler.name, identity.result);
+  return false;
+}
+
 bool IsClientKnownToServer(const std::u16string& uid) {
   tagCln_ClientUid request;
   request.uid = uid;

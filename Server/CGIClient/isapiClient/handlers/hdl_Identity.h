@@ -53,6 +53,11 @@ using ClientKnownCheck = bool (*)(const std::u16string& uid);
 HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& handler,
                                    ClientKnownCheck known = nullptr);
 
+// The same, with the settings requests' end for a failure: the line
+// "[<handler>] Leave due error(%d)". False when the request ends there.
+bool ReadSettingsRequestIdentity(ClientIdentity& identity, const HandlerName& handler,
+                                 ClientKnownCheck known = nullptr);
+
 // Asks the service ("CMDHLV2_CHECK_CLIENT_EXIST") whether it knows the
 // client; false when it does not, or when it could not be asked.
 bool IsClientKnownToServer(const std::u16string& uid);

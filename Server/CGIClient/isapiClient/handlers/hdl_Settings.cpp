@@ -58,10 +58,7 @@ int32_t ServeSettingsRequest(const SettingsRequest& request, const RequestParams
   const char16_t* const kTraceSource = request.handler.traceSource;
   VGCR_TRACE(8, u"[%s] Enter", name);
   ClientIdentity identity(params);
-  if (ReadSettingsIdentity(identity, request.handler, request.known) != kResultHandled) {
-    VGCR_TRACE(69, u"[%s] Leave due error(%d)", name, identity.result);
-    return identity.result;
-  }
+  if (!ReadSettingsRequestIdentity(identity, request.handler, request.known)) return identity.result;
   VGCR_TRACE(73, u"[%s] FunctionType = %d, Uid = %s, Release = %s", name, identity.functionType, identity.uid,
              identity.release);
   const HandlerResult result = Serve(request, identity, params, response);

@@ -15,10 +15,7 @@ constexpr uint32_t kDlpConfigEvent = 118;
 int32_t ProcessDLP(const RequestParams& params, CHttpResponse& response) {
   VGCR_TRACE(8, u"[ProcessDLP] Enter >>");
   ClientIdentity identity(params);
-  if (ReadSettingsIdentity(identity, kHandler) != kResultHandled) {
-    VGCR_TRACE(69, u"[ProcessDLP] Leave due error(%d)", identity.result);
-    return identity.result;
-  }
+  if (!ReadSettingsRequestIdentity(identity, kHandler)) return identity.result;
   VGCR_TRACE(73, u"[ProcessDLP] Uid = %s", identity.uid);
   if (identity.functionType != 1) {
     VGCR_TRACE(69, u"[ProcessDLP] functionID = %d", identity.functionType);

@@ -60,10 +60,7 @@ HandlerResult Fetch(const ClientIdentity& identity, const RequestParams& params,
 int32_t ProcessRqOpp(const RequestParams& params, CHttpResponse& response) {
   VGCR_TRACE(8, u"[ProcessRqOpp] Enter");
   ClientIdentity identity(params);
-  if (ReadSettingsIdentity(identity, kHandler) != kResultHandled) {
-    VGCR_TRACE(69, u"[ProcessRqOpp] Leave due error(%d)", identity.result);
-    return identity.result;
-  }
+  if (!ReadSettingsRequestIdentity(identity, kHandler)) return identity.result;
   VGCR_TRACE(73, u"[ProcessRqOpp] FunctionType = %d, Uid = %s, Release = %s", identity.functionType, identity.uid,
              identity.release);
   HandlerResult result = kResultBadFunctionType;

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "channel_fixture.h"
+#include "handler_fixture.h"
 #include "guard_record.h"
 #include "host/ext_Extension.h"
 #include "host/grd_Guards.h"
@@ -23,17 +23,9 @@ namespace {
 using isapi::Request;
 using isapi::Response;
 
-class Dispatch : public WithServicePeer {
+class Dispatch : public Handlers {
  protected:
-  static void SetUpTestSuite() {
-    HSE_VERSION_INFO version{};
-    ASSERT_TRUE(LinkedEntryPoints().getExtensionVersion(&version));
-  }
-  static void TearDownTestSuite() { LinkedEntryPoints().terminateExtension(HSE_TERM_MUST_UNLOAD); }
-
   Response Send(Request request, DWORD* status = nullptr) { return host_.Send(std::move(request), status); }
-
-  InProcessHost host_{LinkedEntryPoints()};
 };
 
 struct ReplyCase {

@@ -16,6 +16,7 @@
 
 inline constexpr char kUid[] = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
 
+// The extension, loaded once per suite, behind an in-process web server.
 class Handlers : public WithServicePeer {
  protected:
   static void SetUpTestSuite() {
