@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # The whole system under wrk on loopback: isapi-host (IIS mode) with the
 # extension, talking to vgcr-cmdhandler and its database. A registration
-# (one way: a new client row per request) and a heartbeat (a round trip
-# through the database), beside nginx's fixed reply and the bare socket
-# floors of bench_channel, in the same run; then the peak memory of the
-# host and the service.
+# (one way: a new client row per request), a heartbeat (a round trip
+# through the database) and two settings fetches, beside nginx's fixed
+# reply and the bare socket floors of bench_channel, in the same run; then
+# the peak memory of the host and the service.
 #   bash bench/system_bench.sh
 cd "$(dirname "$0")/.."
 source bench/lib.sh
@@ -22,6 +22,8 @@ uid=6F9619FF-8B86-D011-B42D-00C04FC964FF
 curl -s "$url?requestid=101&uid=$uid&date=20261122&time=093000&computer=BENCH&platform=Linux&ip=10.0.0.7&program=14.0&engine=22.1&domain=W&hotfix=0&instdate=20261101&insttime=120000&release=14.0.1" >/dev/null
 run_wrk "registration (one way), a new client per request" "$url" -s bench/register.lua
 run_wrk "heartbeat (round trip through the database)" "$url?requestid=207&functiontype=1&uid=$uid"
+run_wrk "settings fetch 202/1 (text round trip, one-way reset)" "$url?requestid=202&functiontype=1&uid=$uid&release=14.0"
+run_wrk "settings-file fetch 201/1 (existence check, text round trip, reset)" "$url?requestid=201&functiontype=1&uid=$uid&release=14.0"
 run_wrk "nginx, fixed 2-byte reply" "http://127.0.0.1:18091/"
 echo "== bare socket round trips (bench_channel floors)"
 $build/bench/bench_channel --benchmark_filter=Floor --benchmark_min_time=1 2>/dev/null | grep BM_
