@@ -20,12 +20,28 @@ bool SendRecord(const char16_t* command, ISerializable& record) {
   }
 }
 
+bool SendForAnswer(CMsgSerializer& message, ISerializable& record) {
+  try {
+    message << record;
+    return cmdal2_SendAndRecv(message, message.Identifier().c_str());
+  } catch (const CIPCMsgBufferException&) {
+    return false;
+  }
+}
+
+bool ReadAnswer(CMsgSerializer& message, ISerializable& answer) {
+  try {
+    return answer.Deserialize(message);
+  } catch (const CIPCMsgBufferException&) {
+    return false;  // an answer too short for its record
+  }
+}
+
 bool AskService(const char16_t* command, ISerializable& record, ISerializable& answer) {
   try {
     CMsgSerializer message(command, 1);
-    message << record;
-    return cmdal2_SendAndRecv(message, message.Identifier().c_str()) && answer.Deserialize(message);
+    return SendForAnswer(message, record) && ReadAnswer(message, answer);
   } catch (const CIPCMsgBufferException&) {
-    return false;  // an answer too short for its record
+    return false;
   }
 }

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "channel/ser_Serializer.h"
+#include "channel/ser_MsgSerializer.h"
 #include "host/req_RequestParams.h"
 
 // A numeric parameter, read raw and converted as strtol (base 10) does
@@ -19,3 +19,8 @@ bool SendRecord(const char16_t* command, ISerializable& record);
 // answer into `answer`; false when it could not be delivered, no answer
 // came within the reply time-out, or the answer is too short for its record.
 bool AskService(const char16_t* command, ISerializable& record, ISerializable& answer);
+
+// The same in two steps, for a handler with work between them: the round
+// trip (the answer is then held by `message`), and reading the answer.
+bool SendForAnswer(CMsgSerializer& message, ISerializable& record);
+bool ReadAnswer(CMsgSerializer& message, ISerializable& answer);

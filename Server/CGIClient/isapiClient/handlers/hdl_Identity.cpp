@@ -45,8 +45,8 @@ bool ClientIdentity::ReadRelease() {
 HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {
   identity.ReadFunctionType();
   identity.ReadUid();
-  // A uid that is no GUID is not asked about: the answer could only be -6.
-  if (identity.CheckUid(handler) && known && !known(identity.uid)) identity.Fail(kResultInvalidUid);
+  identity.CheckUid(handler);
+  if (known && !known(identity.uid)) identity.Fail(kResultInvalidUid);
   identity.ReadRelease();
   return identity.result;
 }

@@ -23,15 +23,21 @@ int32_t ProcessDLP(const RequestParams& params, CHttpResponse& response) {
   }
   tagCln_ClientUid request;
   request.uid = identity.uid;
-  tagCln_SettingsText settings;
-  if (!AskService(u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", request, settings)) {
+  CMsgSerializer message(u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", 1);
+  if (!SendForAnswer(message, request)) {
     VGCR_TRACE(69, u"[ProcessDLP] Leave error(%d)", kResultNotDelivered);
     return kResultNotDelivered;
   }
-  // The reset comes before the reply, and its failure is told with the
-  // configuration request's line, name and all.
+  // The reset comes as soon as the service has answered, before the text is
+  // read, and its failure is told with the configuration request's line,
+  // name and all.
   if (!RemoveConfigRecord(identity.uid.c_str(), kDlpConfigEvent)) {
     VGCR_TRACE(69, u"[ProcessRqCfg] The config record in DB is not successfully reset.");
+  }
+  tagCln_SettingsText settings;
+  if (!ReadAnswer(message, settings)) {
+    VGCR_TRACE(69, u"[ProcessDLP] Leave error(%d)", kResultNotDelivered);
+    return kResultNotDelivered;
   }
   const HandlerResult result =
       WriteWideTextReply(params, response, settings.text.c_str()) ? kResultHandled : kResultBackOff;

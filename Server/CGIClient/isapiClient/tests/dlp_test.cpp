@@ -58,6 +58,12 @@ TEST_F(Dlp, Results) {
   EXPECT_EQ(Get(Query(321, "1")).body, "-5");
   EXPECT_EQ(LinesOf(capture, "[ProcessDLP]").back(), "[ProcessDLP] Leave error(-5)");
   EXPECT_EQ(RemovedEvent(peer_.WaitFor(2, 300)), 0u);
+
+  // An answer without its text: the reset has gone out, the client gets -5.
+  peer_.Script(u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", MessageAnswer([](peer::Builder&) {}));
+  peer_.Clear();
+  EXPECT_EQ(Get(Query(321, "1")).body, "-5");
+  EXPECT_EQ(RemovedEvent(peer_.WaitFor(2)), 118u);
 }
 
 }  // namespace
