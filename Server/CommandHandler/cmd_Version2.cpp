@@ -45,12 +45,15 @@ std::string OnProtectionStatus(Context& context, CMsgSerializer& message, Reply2
   if (!record.Deserialize(message)) return "dropped: incomplete record";
   bool known = false;
   if (!context.store.SetProtectionStatus(Utf8(record.uid), record.mask, &known)) return "dropped: not stored";
-  ser::WriteU32(answer.Fields(), known ? 1 : 0);
+  tagCln_ClientExists exists;
+  exists.exists = known ? 1 : 0;
+  exists.Serialize(answer.Fields());
   return "uid=" + Utf8(record.uid) + " mask=" + std::to_string(record.mask) + (known ? " stored" : " unknown client");
 }
 
 std::string OnHeartbeat(Context& context, CMsgSerializer& message, Reply2& answer) {
-  tagCln_Heartbeat record;
+  tagCln_HeartbeatAnswer polled;
+  tagCln_Heartbeat& record = polled.heartbeat;
   if (!record.Deserialize(message)) return "dropped: incomplete record";
   const std::string uid = Utf8(record.Text(tagCln_Heartbeat::kUid));
   const std::string debugInfo = Utf8(record.Text(tagCln_Heartbeat::kDebugInfo));
@@ -61,9 +64,8 @@ std::string OnHeartbeat(Context& context, CMsgSerializer& message, Reply2& answe
   record.Put(tagCln_Heartbeat::kIndividualSetting, state.individualSetting);
   record.Put(tagCln_Heartbeat::kMessageId, state.messageId);
   record.Put(tagCln_Heartbeat::kSettingSequence, state.settingSequence);
-  // The receiving status: 1 when the poll was recorded for a known client.
-  ser::WriteU32(answer.Fields(), known ? 1 : 0);
-  record.Serialize(answer.Fields());
+  polled.receivingStatus = known ? 1 : 0;
+  polled.Serialize(answer.Fields());
   return "uid=" + uid + (known ? "" : " unknown client") + " individual=" + std::to_string(state.individualSetting) +
          " message=" + std::to_string(state.messageId) + " sequence=" + std::to_string(state.settingSequence);
 }

@@ -154,6 +154,14 @@ struct tagCln_Heartbeat : rec::Block<1128> {
   static constexpr rec::Field kDebugInfo{"debug information", 102, 1024, rec::Kind::kText};
   // 1126: 2 bytes of padding, zero.
 };
+// Its answer: the service's receiving status (1 when the poll was recorded
+// for a client it knows), then the block with the polling state filled.
+struct tagCln_HeartbeatAnswer : ISerializable {
+  uint32_t receivingStatus = 0;
+  tagCln_Heartbeat heartbeat;
+  bool Serialize(ISerializer& s) override { return ser::WriteU32(s, receivingStatus) && heartbeat.Serialize(s); }
+  bool Deserialize(ISerializer& s) override { return ser::ReadU32(s, &receivingStatus) && heartbeat.Deserialize(s); }
+};
 inline constexpr rec::Field kHeartbeatLayout[] = {
     tagCln_Heartbeat::kRequestType, tagCln_Heartbeat::kIndividualSetting, tagCln_Heartbeat::kMessageId,
     tagCln_Heartbeat::kSettingSequence, tagCln_Heartbeat::kUid, tagCln_Heartbeat::kDebugInfo};

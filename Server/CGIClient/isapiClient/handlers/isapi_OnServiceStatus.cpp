@@ -3,6 +3,7 @@
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/cmdal_CmdAPI.h"
 #include "channel/rec_Lifecycle.h"
+#include "channel/rec_Settings.h"
 #include "channel/ser_MsgSerializer.h"
 #include "hdl_Common.h"
 #include "hdl_Identity.h"
@@ -75,22 +76,20 @@ bool ReportClientProtectionStatus(const RequestParams& params, const std::u16str
              u"AEGIS=%d, DLP=%d, NCIE=%d, CCSF=%d",
              u"ReportClientProtectionStatus", on[0], on[1], on[2], on[3], on[4], on[5], on[6], on[7], on[8]);
   CMsgSerializer message(u"CMDHLV2_CLN_ON_PROTECTION_STATUS", 1);
-  message << record;
-  const bool ok = cmdal2_SendAndRecv(message, message.Identifier().c_str());
+  const bool ok = SendForAnswer(message, record);
   VGCR_TRACE(68, u"[ProcessOnServiceStatus] result:[%d]", ok ? 1 : 0);
   if (!ok) {
     *status = kResultNotDelivered;
     VGCR_TRACE(69, u"[ProcessRqCfg] Leave due error(%d)", *status);
     return false;
   }
-  uint32_t exists = 0;
-  uint32_t size = 4;
-  if (!message.Read(&exists, &size)) {
+  tagCln_ClientExists answer;
+  if (!ReadAnswer(message, answer)) {
     *status = kResultNotDelivered;
     return false;
   }
-  VGCR_TRACE(68, u"[ProcessOnServiceStatus] Client Existence:[%d]", exists);
-  if (exists == 0) {
+  VGCR_TRACE(68, u"[ProcessOnServiceStatus] Client Existence:[%d]", answer.exists);
+  if (answer.exists == 0) {
     *status = kResultUnknownClient;
     return false;
   }

@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "channel/cmdal2_OutputCmd.h"
 #include "channel/rec_Lifecycle.h"
 #include "channel/ser_MsgSerializer.h"
+#include "hdl_Common.h"
 #include "hdl_Identity.h"
 #include "host/isapi_Result.h"
 #include "host/rsp_Reply.h"
@@ -33,25 +33,17 @@ int32_t ProcessPollingSetting(const RequestParams& params, CHttpResponse& respon
   }
   VGCR_TRACE(8, u"[ProcessPollingSetting] nIsPollingSetting = %d, Uid = %s",
              static_cast<int32_t>(record.Number(tagCln_Heartbeat::kRequestType)), identity.uid);
-  bool ok = false;
-  try {
-    CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY", 1);
-    VGCR_TRACE(8, u"[ProcessPollingSetting] Create CMsgSerializer object");
-    message << record;
-    if (cmdal2_SendAndRecv(message, message.Identifier().c_str())) {
-      uint32_t leading = 0;
-      ok = ser::ReadU32(message, &leading) && record.Deserialize(message);
-    }
-  } catch (const CIPCMsgBufferException&) {
-    ok = false;
-  }
-  if (!ok) {
+  CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY", 1);
+  VGCR_TRACE(8, u"[ProcessPollingSetting] Create CMsgSerializer object");
+  // The answer's leading receiving status is read and not used.
+  tagCln_HeartbeatAnswer answer;
+  if (!SendForAnswer(message, record) || !ReadAnswer(message, answer)) {
     VGCR_TRACE(8, u"[ProcessPollingSetting] Leave error(%d)", kResultNotDelivered);
     return kResultNotDelivered;
   }
-  const int32_t individual = static_cast<int32_t>(record.Number(tagCln_Heartbeat::kIndividualSetting));
-  const int32_t messageId = static_cast<int32_t>(record.Number(tagCln_Heartbeat::kMessageId));
-  const int32_t sequence = static_cast<int32_t>(record.Number(tagCln_Heartbeat::kSettingSequence));
+  const int32_t individual = static_cast<int32_t>(answer.heartbeat.Number(tagCln_Heartbeat::kIndividualSetting));
+  const int32_t messageId = static_cast<int32_t>(answer.heartbeat.Number(tagCln_Heartbeat::kMessageId));
+  const int32_t sequence = static_cast<int32_t>(answer.heartbeat.Number(tagCln_Heartbeat::kSettingSequence));
   VGCR_TRACE(8,
              u"[ProcessPollingSetting]::ISAPI_RQPS_HEARTBEAT:RECEIVING_STATUS=%d, INDIVIDUAL_SETTING=%d, MESSAGE_ID=%d, "
              u"SETTING_SEQUENCE=%d",
