@@ -212,17 +212,6 @@ TEST_P(BothModes, UpdateOrderAndAlertMessagesFromTheOperator) {
   EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", "not-a-uid", "MS_CFG", alert}).Wait(), 2);
 }
 
-TEST_P(BothModes, ASignedSettingsTextVerifies) {
-  ASSERT_NO_FATAL_FAILURE(RegisterClient());
-  std::string issuer, serial;
-  ASSERT_NO_FATAL_FAILURE(ReadIdentity(&issuer, &serial));
-  const std::string reply = Get(host_->port(), "requestid=202&functiontype=0&uid=" + std::string(kUid) +
-                                                   "&release=14.0.1&SA_ISR=" + UrlEncode(issuer) + "&SA_SN=" + serial +
-                                                   "&SA_RN=-7");
-  EXPECT_EQ(Body(reply).rfind("[Scan_Setting]\r\n", 0), 0u) << Body(reply);
-  EXPECT_TRUE(SignatureVerifies(folder_ + "/signing-cert.pem", Body(reply), -7, Header(reply, "SA_SG"))) << reply;
-}
-
 INSTANTIATE_TEST_SUITE_P(System, BothModes, ::testing::Values(false, true),
                          [](const auto& mode) { return mode.param ? "Adapter" : "Iis"; });
 

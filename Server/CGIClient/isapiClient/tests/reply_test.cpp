@@ -28,21 +28,8 @@ TEST(Replies, CodeAndTimeIsZeroPaddedToTenDigits) {
   }
 }
 
-TEST(Replies, WideTextIsConvertedToTheAnsiCodePage) {
-  Sink sink;
-  ASSERT_TRUE(WriteWideTextReply(sink.params, sink.response, u"[Polling_Response]\r\ncaf\u00E9"));
-  EXPECT_EQ(sink.Sent().body, "[Polling_Response]\r\ncaf\xE9");
-}
-
-TEST(Replies, BodiesLargerThanTheBufferArriveWhole) {
-  Sink sink;
-  std::string big(10000, 'q');
-  big[9999] = 'z';
-  ASSERT_TRUE(WriteTextReply(sink.params, sink.response, big.data(), big.size()));
-  EXPECT_EQ(sink.Sent().body, big);
-  EXPECT_EQ(sink.Sent().status, 200);
-}
-
+// Code-page conversion and bodies larger than the buffer are checked
+// through the settings requests (rqcfg_test).
 TEST(Replies, AReplyHandedOverCountsAsWrittenWhenTheClientHasGone) {
   isapi::Request gone;
   gone.clientGone = true;
