@@ -79,13 +79,6 @@ TEST_F(Service, SettingsComeFromDefaultsUntilAClientHasItsOwn) {
   EXPECT_EQ(db_->WaitFor("SELECT event FROM config_records", "65"), "65");
   EXPECT_EQ(MsCfg(kUid), own);
   EXPECT_EQ(MsCfg(u"00000000-0000-0000-0000-000000000001"), defaults) << "others keep the defaults";
-
-  std::u16string product;
-  ASSERT_TRUE(cmdal_GetProductInfo(&product));
-  EXPECT_NE(product.find(u"[Product_Info]"), std::u16string::npos);
-
-  ASSERT_TRUE(RemoveConfigRecord(kUid, 65, u"1.0"));
-  EXPECT_EQ(db_->WaitFor("SELECT COUNT(*) FROM config_records", "0"), "0");
 }
 
 TEST_F(Service, AHeartbeatAnswersThePollingStateTheDatabaseHolds) {

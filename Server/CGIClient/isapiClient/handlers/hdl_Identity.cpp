@@ -42,17 +42,13 @@ bool ClientIdentity::ReadRelease() {
   return false;
 }
 
-HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {
+bool ReadSettingsRequestIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {
   identity.ReadFunctionType();
   identity.ReadUid();
   identity.CheckUid(handler);
   if (known && !known(identity.uid)) identity.Fail(kResultInvalidUid);
   identity.ReadRelease();
-  return identity.result;
-}
-
-bool ReadSettingsRequestIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {
-  if (ReadSettingsIdentity(identity, handler, known) == kResultHandled) return true;
+  if (identity.ok()) return true;
   dbg::TraceW(69, handler.traceSource, __LINE__, u"[%s] Leave due error(%d)", handler.name, identity.result);
   return false;
 }

@@ -48,13 +48,9 @@ class ClientIdentity {
 
 // The settings requests' order: `functiontype` (-3), `uid` (-6), its GUID
 // check (-6), then, when given, whether the server knows the client (-6),
-// and `release` last (-7, over everything before). Returns the result.
+// and `release` last (-7, over everything before). A failure ends the
+// request with the line "[<handler>] Leave due error(%d)": false then.
 using ClientKnownCheck = bool (*)(const std::u16string& uid);
-HandlerResult ReadSettingsIdentity(ClientIdentity& identity, const HandlerName& handler,
-                                   ClientKnownCheck known = nullptr);
-
-// The same, with the settings requests' end for a failure: the line
-// "[<handler>] Leave due error(%d)". False when the request ends there.
 bool ReadSettingsRequestIdentity(ClientIdentity& identity, const HandlerName& handler,
                                  ClientKnownCheck known = nullptr);
 
