@@ -2,7 +2,9 @@
 
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/ser_MsgSerializer.h"
+#include "platform/codepage.h"
 #include "platform/text.h"
+#include "support/mbwc_MBWC.h"
 
 bool ReadNumber(const RequestParams& params, const char* name, int32_t* value) {
   const std::string* raw = params.Lookup(name);
@@ -10,9 +12,15 @@ bool ReadNumber(const RequestParams& params, const char* name, int32_t* value) {
   return raw != nullptr;
 }
 
-bool SendRecord(const char16_t* command, ISerializable& record) {
+std::string NarrowAnsi(const std::u16string& text) {
+  std::string narrow;
+  MBWC::WCToMBString(text.c_str(), &narrow, plat::kCpAcp, 0);
+  return narrow;
+}
+
+bool SendRecord(const char16_t* command, ISerializable& record, int mode) {
   try {
-    CMsgSerializer message(command, 1);
+    CMsgSerializer message(command, mode);
     message << record;
     return cmdal2_Send(message);
   } catch (const CIPCMsgBufferException&) {

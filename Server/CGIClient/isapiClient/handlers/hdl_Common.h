@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "channel/ser_MsgSerializer.h"
 #include "host/req_RequestParams.h"
@@ -11,9 +12,14 @@
 // with a 32-bit long; false (and 0) when absent.
 bool ReadNumber(const RequestParams& params, const char* name, int32_t* value);
 
+// A handler's UTF-16 text in the ANSI code page (characters it cannot hold
+// become "?"), for the records that carry narrow texts.
+std::string NarrowAnsi(const std::u16string& text);
+
 // Builds the command with the record as its body and sends it one way; false
-// when it could not be built or delivered.
-bool SendRecord(const char16_t* command, ISerializable& record);
+// when it could not be built or delivered. Mode 2 makes the message
+// file-backed from the start.
+bool SendRecord(const char16_t* command, ISerializable& record, int mode = 1);
 
 // Sends the command with the record as its body and reads the service's
 // answer into `answer`; false when it could not be delivered, no answer

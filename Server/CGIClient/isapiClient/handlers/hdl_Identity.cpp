@@ -1,5 +1,7 @@
 #include "hdl_Identity.h"
 
+#include <algorithm>
+
 #include "channel/rec_Settings.h"
 #include "hdl_Common.h"
 #include "platform/com.h"
@@ -40,6 +42,10 @@ bool ClientIdentity::ReadRelease() {
   if (params_.GetString("release", &release, 7)) return true;
   Fail(kResultMissingRelease);
   return false;
+}
+
+void ClientIdentity::ReadOptionalRelease() {
+  if (!params_.GetString("release", &release, 7)) release.resize(std::min<std::size_t>(release.size(), 7));
 }
 
 bool ReadSettingsRequestIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {

@@ -32,6 +32,9 @@ class ClientIdentity {
   bool CheckUid(const HandlerName& handler);
   // `release`; absent or longer than 7: the result -7.
   bool ReadRelease();
+  // `release` where it is optional: absent, it stays empty; longer than 7,
+  // it is cut to 7. Never a failure.
+  void ReadOptionalRelease();
   // A failure found by the handler itself (an unknown client, say).
   void Fail(HandlerResult code) { result = code; }
 

@@ -7,9 +7,7 @@
 #include "hdl_Common.h"
 #include "hdl_Identity.h"
 #include "host/rsp_Reply.h"
-#include "platform/codepage.h"
 #include "support/dbg_Trace.h"
-#include "support/mbwc_MBWC.h"
 
 namespace {
 
@@ -18,18 +16,12 @@ constexpr HandlerName kHandler{kTraceSource, u"ProcessRqOpp"};
 constexpr uint32_t kOppChangedFlag = 0x1000;
 constexpr uint32_t kOppConfigEvent = 50;
 
-std::string Narrow(const std::u16string& text) {
-  std::string narrow;
-  MBWC::WCToMBString(text.c_str(), &narrow, plat::kCpAcp, 0);
-  return narrow;
-}
-
 // Types 1 and 2: the report goes one way and the client is told "1" even
 // when the service could not be reached.
 HandlerResult Report(const ClientIdentity& identity, const RequestParams& params, CHttpResponse& response) {
   tagCln_ActiveRestoreOpp record;
-  record.SetUid(Narrow(identity.uid));
-  record.SetRelease(Narrow(identity.release));
+  record.SetUid(NarrowAnsi(identity.uid));
+  record.SetRelease(NarrowAnsi(identity.release));
   record.operation = identity.functionType == 1 ? tagCln_ActiveRestoreOpp::kActivated
                                                 : tagCln_ActiveRestoreOpp::kRestored;
   SendRecord(u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", record);

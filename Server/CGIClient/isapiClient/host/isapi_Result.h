@@ -17,6 +17,7 @@ enum HandlerResult : int32_t {
 
   // Shared by the handlers.
   kResultBadFunctionType = -3,  // `functiontype` missing, or a type not served
+  kResultCounterUpdateFailed = -4,  // log report: the firewall counters could not be updated
   kResultNotDelivered = -5,     // the command could not be delivered, or the query failed
   kResultInvalidUid = -6,       // `uid` missing, not a GUID, or unknown to the server
   kResultMissingRelease = -7,

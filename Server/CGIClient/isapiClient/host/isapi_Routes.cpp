@@ -1,6 +1,7 @@
 #include "isapi_Routes.h"
 
 #include "handlers/isapi_DLP.h"
+#include "handlers/isapi_OnLog.h"
 #include "handlers/isapi_OnServiceStatus.h"
 #include "handlers/isapi_OnStart.h"
 #include "handlers/isapi_OnUpdate.h"
@@ -15,7 +16,7 @@ const Route kRoutes[kRouteCount] = {
     {101, "ProcessOnStart", &ProcessOnStart},
     {102, "ProcessOnUpdate", nullptr},
     {103, "ProcessOnServiceStatus", &ProcessOnServiceStatus},
-    {110, "ProcessOnLog", nullptr},
+    {110, "ProcessOnLog", &ProcessOnLog},
     {111, "ProcessOnUploadCfg", nullptr},
     {112, "ProcessOnLogonUser", &ProcessOnLogonUser},
     {201, "ProcessRqIni", &ProcessRqIni},
