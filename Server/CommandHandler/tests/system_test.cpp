@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
+#include "channel/rec_Logs.h"
 #include "db_probe.h"
 #include "http_support.h"
 #include "signature_check.h"
@@ -39,6 +42,39 @@ std::string Registration(const std::string& uid) {
 }
 
 std::string Poll(const std::string& uid) { return "requestid=207&functiontype=1&uid=" + uid; }
+
+constexpr char kSha1[] = "da39a3ee5e6b4b0d3255bfef95601890afd80709";
+
+// The value a log report gives its key at `position`: texts "t<position>",
+// numbers 100 + position, SoData a SHA-1.
+std::string LogValue(const logrec::Layout& layout, std::size_t position) {
+  const logrec::Key& key = layout.keys[position];
+  if (std::string(key.name) == "SoData") return kSha1;
+  return key.value == logrec::Value::kNumber ? std::to_string(100 + position) : "t" + std::to_string(position);
+}
+
+std::string LogReport(int logType, const logrec::Layout& layout, const std::string& uid = kUid) {
+  std::string query = "requestid=110&functiontype=" + std::to_string(logType) + "&uid=" + uid + "&release=14.0.1";
+  for (std::size_t i = 0; i < layout.keys.size(); ++i) {
+    query += std::string("&") + layout.keys[i].name + "=" + LogValue(layout, i);
+  }
+  return query;
+}
+
+// The key columns of the report's row, joined by "|", and what they should hold.
+std::string StoredLogSql(const logrec::Layout& layout, int32_t recordType) {
+  std::string columns;
+  for (const logrec::Key& key : layout.keys) {
+    columns += std::string(columns.empty() ? "" : " || '|' || ") + "\"" + key.name + "\"";
+  }
+  return "SELECT " + columns + " FROM " + layout.table + " WHERE uid = '" + kUid +
+         "' AND release = '14.0.1' AND record_type = " + std::to_string(recordType);
+}
+std::string ExpectedLog(const logrec::Layout& layout) {
+  std::string values;
+  for (std::size_t i = 0; i < layout.keys.size(); ++i) values += (i ? "|" : "") + LogValue(layout, i);
+  return values;
+}
 
 class System : public ::testing::Test {
  protected:
@@ -212,6 +248,31 @@ TEST_P(BothModes, UpdateOrderAndAlertMessagesFromTheOperator) {
   EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", "not-a-uid", "MS_CFG", alert}).Wait(), 2);
 }
 
+TEST_P(BothModes, EveryLogTypeLandsInItsTableWithItsFields) {
+  const struct {
+    int logType;
+    int32_t recordType;
+    const logrec::Layout* layout;
+  } cases[] = {
+      {1, 1, &logrec::kVirusLog},         {4, 4, &logrec::kVirusLog},          {17, 17, &logrec::kUrlFilteringLog},
+      {23, 23, &logrec::kDlpLog},         {24, 24, &logrec::kDlpLog2},         {25, 25, &logrec::kDlpLog2},
+      {26, 20, &logrec::kCallbackLog},    {27, 27, &logrec::kRestoreItemResult},
+      {32, 22, &logrec::kScanOperationLog}, {33, 33, &logrec::kSuspiciousObjectLog},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Ask(LogReport(c.logType, *c.layout)), "1") << c.logType;
+  for (const auto& c : cases) {
+    const std::string expected = ExpectedLog(*c.layout);
+    EXPECT_EQ(db_->WaitFor(StoredLogSql(*c.layout, c.recordType), expected), expected) << c.logType;
+  }
+  EXPECT_EQ(Ask("requestid=110&functiontype=13&uid=" + std::string(kUid) + "&PFWcountstr=fw%091,2,3,4,5,6"), "1");
+  EXPECT_EQ(db_->WaitFor("SELECT text_field || firewall_per_hour || intrusion_per_hour || network_virus_per_hour || "
+                         "firewall_total || intrusion_total || network_virus_total FROM firewall_counts",
+                         "fw123456"),
+            "fw123456");
+  EXPECT_EQ(Ask("requestid=110&functiontype=20&uid=" + std::string(kUid)), "-3");
+  EXPECT_EQ(Ask("requestid=110&functiontype=1&uid=" + std::string(kUid)), "-5") << "no keys";
+}
+
 INSTANTIATE_TEST_SUITE_P(System, BothModes, ::testing::Values(false, true),
                          [](const auto& mode) { return mode.param ? "Adapter" : "Iis"; });
 
@@ -231,6 +292,40 @@ TEST_F(System, TheMemoryGuardTurnsRepliesIntoMinus38AndBack) {
   }
   EXPECT_EQ(answer.rfind("[Polling_Response]", 0), 0u) << answer;
   EXPECT_EQ(Child({VGCR_GUARD, "clear"}).Wait(), 0);
+}
+
+TEST_F(System, ALargeLogTravelsThroughASpillFileAndIsStoredWhole) {
+  StartHost(false);
+  const std::string head = LogReport(23, logrec::kDlpLog) + "&originalstring=";
+  const std::string body = head + std::string(49152 - head.size(), 'q');
+  const std::string answer = httptest::Exchange(
+      host_->port(), "POST /vigilcrest/cgi/isapiClient.dll HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n"
+                     "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
+                         std::to_string(body.size()) + "\r\n\r\n" + body);
+  EXPECT_EQ(Body(answer), "1");
+  EXPECT_EQ(db_->WaitFor("SELECT length(originalstring) FROM dlp_log", "32767"), "32767");
+}
+
+// Every log a client was answered "1" for is in the database once the
+// service has stopped cleanly, however many arrived at once.
+TEST_F(System, NoAnsweredLogIsLostAcrossACleanStop) {
+  StartHost(false);
+  constexpr int kThreads = 8, kEach = 60;
+  std::atomic<int> answered{0};
+  std::vector<std::thread> clients;
+  for (int t = 0; t < kThreads; ++t) {
+    clients.emplace_back([&, t] {
+      for (int i = 0; i < kEach; ++i) {
+        char uid[40];
+        std::snprintf(uid, sizeof uid, "3F2504E0-4F89-11D3-9A0C-%012d", t * 1000 + i);
+        if (Ask(LogReport(1, logrec::kVirusLog, uid)) == "1") ++answered;
+      }
+    });
+  }
+  for (auto& client : clients) client.join();
+  EXPECT_EQ(answered.load(), kThreads * kEach);
+  ASSERT_EQ(service_.Stop(), 0);
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM virus_log"), std::to_string(answered.load()));
 }
 
 // How long one request takes, and its answer.
