@@ -24,7 +24,7 @@ run_wrk() {  # label url [wrk options...]
   local label=$1 url=$2
   shift 2
   echo "== $label"
-  wrk -t2 -c32 -d"${duration}s" --latency "$@" "$url" | sed -n '/Latency /p;/ 50%/p;/ 90%/p;/ 99%/p;/Requests\/sec/p'
+  wrk -t2 -c32 -d"${duration}s" --latency "$@" "$url" | sed -n '/Latency /p;/ 50%/p;/ 90%/p;/ 99%/p;/requests in/p;/Requests\/sec/p'
 }
 
 start_nginx() {  # port: a fixed 2-byte reply, the HTTP floor of this machine

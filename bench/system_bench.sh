@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole system under wrk on loopback: isapi-host (IIS mode) with the
 # extension, talking to vgcr-cmdhandler and its database. A registration
-# (one way: a new client row per request), a heartbeat (a round trip
+# (one way: a new client row per request), a log report (one way: a virus
+# log row per request, each from a client of its own), a heartbeat (a round trip
 # through the database) and two settings fetches, beside nginx's fixed
 # reply and the bare socket floors of bench_channel, in the same run; then
 # the peak memory of the host and the service.
@@ -21,6 +22,7 @@ url=http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll
 uid=6F9619FF-8B86-D011-B42D-00C04FC964FF
 curl -s "$url?requestid=101&uid=$uid&date=20261122&time=093000&computer=BENCH&platform=Linux&ip=10.0.0.7&program=14.0&engine=22.1&domain=W&hotfix=0&instdate=20261101&insttime=120000&release=14.0.1" >/dev/null
 run_wrk "registration (one way), a new client per request" "$url" -s bench/register.lua
+run_wrk "log report 110/1 (one way), a virus log per request" "$url" -s bench/log.lua
 run_wrk "heartbeat (round trip through the database)" "$url?requestid=207&functiontype=1&uid=$uid"
 run_wrk "settings fetch 202/1 (text round trip, one-way reset)" "$url?requestid=202&functiontype=1&uid=$uid&release=14.0"
 run_wrk "settings-file fetch 201/1 (existence check, text round trip, reset)" "$url?requestid=201&functiontype=1&uid=$uid&release=14.0"
@@ -29,4 +31,7 @@ echo "== bare socket round trips (bench_channel floors)"
 $build/bench/bench_channel --benchmark_filter=Floor --benchmark_min_time=1 2>/dev/null | grep BM_
 peak_memory "isapi-host" $hostpid
 peak_memory "vgcr-cmdhandler" $service
-echo "clients stored: $(sqlite3 "$work/data/cmdhandler.db" 'SELECT COUNT(*) FROM clients' 2>/dev/null || echo '?')"
+kill -TERM $service && wait $service 2>/dev/null || true  # a clean stop: every queued log is written
+for table in clients virus_log; do
+  echo "$table rows stored: $(sqlite3 "$work/data/cmdhandler.db" "SELECT COUNT(*) FROM $table" 2>/dev/null || echo '?')"
+done

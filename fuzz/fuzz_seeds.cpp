@@ -1,5 +1,6 @@
 #include "fuzz_seeds.h"
 
+#include "channel/rec_Logs.h"
 #include "channel/ser_MsgSerializer.h"
 
 namespace {
@@ -95,6 +96,20 @@ std::vector<std::vector<uint8_t>> ServiceSeeds() {
     ser::WriteBlock(m, uid, sizeof uid);
     ser::WriteBlock(m, release, sizeof release);
     add(0, Wire(m));
+  }
+  // Every log record, filled, on its own pipe.
+  for (const logrec::Layout* layout : logrec::kLayouts) {
+    logrec::tagCln_Log record(*layout);
+    record.SetUid("3F2504E0-4F89-11D3-9A0C-0305E82C3301");
+    record.SetRelease("14.0.1");
+    record.recordType = layout->firstRecordType;
+    for (std::size_t i = 0; i < layout->keys.size(); ++i) {
+      record.SetText(i, u"value");
+      record.SetNumber(i, static_cast<int32_t>(i));
+    }
+    CMsgSerializer m(layout->command);
+    m << record;
+    add(layout->pipe == logrec::Pipe::kThreatLog ? 3 : 0, Wire(m));
   }
   for (const char16_t* text : {u"CMDHL_SET_MS_CFG\tuid\t[Manual_Scan]\r\nA=1\tB",
                                u"CMDHL_GET_MS_CFG\tpipe\tuid", u"CMDHL_IS_CONFIGFLAGSET\tpipe\tuid\t4096",
