@@ -45,6 +45,10 @@ std::string Statement::Text(int column) const {
 
 bool Statement::IsNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
 
+int Statement::Type(int column) const { return sqlite3_column_type(statement_, column); }
+
+double Statement::Real(int column) const { return sqlite3_column_double(statement_, column); }
+
 int Statement::Columns() const { return sqlite3_column_count(statement_); }
 
 std::string Statement::ColumnName(int column) const { return sqlite3_column_name(statement_, column); }
@@ -90,6 +94,8 @@ Statement Database::Prepare(const std::string& sql) {
 }
 
 std::string Database::LastError() const { return sqlite3_errmsg(connection_); }
+
+int64_t Database::Changes() const { return sqlite3_changes64(connection_); }
 
 Transaction::Transaction(Database& database) : database_(database), guard_(database.Lock()) {
   begun_ = database_.Exec("BEGIN IMMEDIATE");

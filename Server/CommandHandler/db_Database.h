@@ -35,6 +35,9 @@ class Statement {
   int64_t Int(int column) const;
   std::string Text(int column) const;
   bool IsNull(int column) const;
+  // SQLITE_INTEGER, SQLITE_FLOAT, SQLITE_TEXT, SQLITE_BLOB or SQLITE_NULL.
+  int Type(int column) const;
+  double Real(int column) const;
   int Columns() const;
   std::string ColumnName(int column) const;
   bool failed() const { return failed_; }
@@ -56,6 +59,8 @@ class Database {
   // A prepared statement, reset and cleared, cached by its text.
   Statement Prepare(const std::string& sql);
   std::string LastError() const;
+  // Rows changed by the last INSERT, UPDATE or DELETE.
+  int64_t Changes() const;
   std::mutex& Lock() { return lock_; }
 
  private:

@@ -1,10 +1,10 @@
 #include "db_Schema.h"
 
 #include "channel/rec_Lifecycle.h"
+#include "db_LogSchema.h"
 
 namespace db {
 namespace {
-
 
 std::string Quoted(const char* name) { return std::string("\"") + name + "\""; }
 
@@ -20,36 +20,6 @@ std::string ClientsTable() {
     sql += ",\n  " + Quoted(f.name) + (f.kind == rec::Kind::kText ? " TEXT" : " INTEGER");
   }
   return sql + "\n);\n";
-}
-
-// One table per log the clients report; the columns are the request keys
-// of each log, kept as the client sent them.
-std::string LogTable(const char* name, std::initializer_list<const char*> keys) {
-  std::string sql = std::string("CREATE TABLE IF NOT EXISTS ") + name +
-                    " (\n  id INTEGER PRIMARY KEY,\n  received TEXT NOT NULL DEFAULT (" + kNowSql + ")" +
-                    ",\n  uid TEXT NOT NULL COLLATE NOCASE,\n  release TEXT,\n  record_type INTEGER";
-  for (const char* key : keys) sql += ",\n  " + Quoted(key) + " TEXT";
-  return sql + "\n);\n";
-}
-
-std::string LogTables() {
-  return LogTable("virus_log", {"date", "time", "login", "virus", "file", "compressedfile", "directory",
-                                "infectionsource", "firstaction", "firststatus", "secondaction", "secondstatus"}) +
-         LogTable("url_filtering_log", {"time", "mode", "credlevel", "policy", "credscore", "credscorethreshold",
-                                        "groupcode", "groupname", "realip", "restype"}) +
-         LogTable("dlp_log", {"form", "action", "time", "program", "channel", "template", "user", "dest", "desc",
-                              "templatedisplay", "forensicfilehash", "originalstring"}) +
-         LogTable("callback_log",
-                  {"time", "Head", "Direction", "Port", "LocalHost", "RemoteHost", "Protocol", "Type", "SubType",
-                   "Rear", "Mode", "CredLevel", "CredScore", "ResType", "LocPolicy", "CredScoreThreshold", "LogSrc",
-                   "Action", "CCType", "EndTime", "Count", "Severity", "CCServer", "ProcessName", "StrLocalHost",
-                   "StrRemoteHost", "EventMessage", "GroupCode", "GroupName", "RealIp", "User", "ClientIP"}) +
-         LogTable("restore_item_result", {"restoreTaskId", "restoreItemId", "time", "result", "errorCode"}) +
-         LogTable("scan_operation_log", {"START_DATE", "START_TIME", "FINISH_DATE", "FINISH_TIME", "SCAN_STATUS",
-                                         "SCAN_TYPE", "SCANNED_OBJ", "VIRUS_COUNT", "SPYWARE_COUNT", "MEMO"}) +
-         LogTable("suspicious_object_log",
-                  {"SoData", "SoType", "SoFilename", "SoFilepath", "CompressedFile", "SoSourceType", "SoAction",
-                   "SoScanType", "Time", "FileCreatedTime", "FileModifiedTime", "ScanResult", "login"});
 }
 
 constexpr const char* kStateTables = R"sql(
@@ -174,8 +144,15 @@ std::string ClientColumnList() {
 
 bool CreateSchema(Database& database, std::string* error) {
   std::lock_guard lock(database.Lock());
-  const std::string sql = "BEGIN;\n" + ClientsTable() + kStateTables + LogTables() + "COMMIT;";
-  if (database.Exec(sql)) return true;
+  if (!database.Exec("BEGIN IMMEDIATE")) {
+    *error = database.LastError();
+    return false;
+  }
+  if (!DropStaleLogTables(database, error)) {
+    database.Exec("ROLLBACK");
+    return false;
+  }
+  if (database.Exec(ClientsTable() + kStateTables + LogTablesSql() + "COMMIT;")) return true;
   *error = database.LastError();
   database.Exec("ROLLBACK");
   return false;
