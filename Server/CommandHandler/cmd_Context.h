@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sig_Signer.h"
+#include "st_LogWriter.h"
 #include "st_Store.h"
 
 namespace cmd {
@@ -9,6 +10,7 @@ namespace cmd {
 struct Context {
   st::Store& store;
   sig::Signer& signer;
+  st::LogWriter& logs;
 };
 
 }  // namespace cmd

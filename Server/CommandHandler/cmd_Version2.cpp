@@ -4,21 +4,14 @@
 #include "channel/rec_Lifecycle.h"
 #include "channel/rec_Settings.h"
 #include "channel/rec_Sign.h"
-#include "platform/codepage.h"
+#include "cmd_Logs.h"
+#include "cmd_Text.h"
 #include "platform/text.h"
 
 namespace cmd {
 namespace {
 
 std::string Utf8(const std::u16string& text) { return plat::ToUtf8(text); }
-
-// A narrow text of the extension's, in the ANSI code page, as UTF-8.
-std::string AnsiToUtf8(const std::string& text) {
-  if (text.empty()) return text;
-  char16_t wide[64];
-  const int n = plat::MultiByteToWide(plat::kCpAcp, 0, text.c_str(), -1, wide, 64);
-  return n > 0 ? Utf8(wide) : std::string();
-}
 
 std::string OnStart(Context& context, CMsgSerializer& message, Reply2&) {
   std::vector<uint8_t> block;
@@ -174,7 +167,7 @@ const Command2* FindCommand2(std::u16string_view name) {
   for (const Command2& command : kCommands) {
     if (name == command.name) return &command;
   }
-  return nullptr;
+  return FindLogCommand(name);
 }
 
 }  // namespace cmd

@@ -1,5 +1,6 @@
 #include "svc_Options.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -11,6 +12,7 @@ namespace svc {
 
 const char* Usage() {
   return "usage: vgcr-cmdhandler [--data DIR] [--defaults DIR] [--instances N] [--quiet]\n"
+         "                       [--log-max-age DAYS] [--log-max-rows N] [--retention-interval SECONDS]\n"
          "       vgcr-cmdhandler --print-identity [--data DIR]\n"
          "       vgcr-cmdhandler [--data DIR] COMMAND ARGUMENTS...\n"
          "\n"
@@ -18,13 +20,19 @@ const char* Usage() {
          "keeps what clients report in DIR/cmdhandler.db (SQLite) and signs\n"
          "replies with the key in DIR (made on first start).\n"
          "\n"
-         "  --data DIR        data folder (default ./var)\n"
-         "  --defaults DIR    default settings sections, one SECTION.ini each\n"
-         "                    (default: the folder shipped with the sources)\n"
-         "  --instances N     listeners on the command pipe, 1 to 63 (default 16)\n"
-         "  --quiet           no log line per command\n"
-         "  --print-identity  print the signing certificate's SA_ISR and SA_SN\n"
-         "                    query values and exit\n"
+         "  --data DIR                    data folder (default ./var)\n"
+         "  --defaults DIR                default settings sections, one SECTION.ini each\n"
+         "                                (default: the folder shipped with the sources)\n"
+         "  --instances N                 listeners on the command pipe, 1 to 63 (default 16)\n"
+         "  --quiet                       no log line per command\n"
+         "  --log-max-age DAYS            logs older than DAYS are deleted, 0 to 36500; 0\n"
+         "                                keeps them whatever their age (default 90)\n"
+         "  --log-max-rows N              only the newest N rows of each log table are kept,\n"
+         "                                0 to 10^12; 0: no limit (default 10000000)\n"
+         "  --retention-interval SECONDS  time between two deletion passes, 1 to 86400\n"
+         "                                (default 60; the first pass runs soon after start)\n"
+         "  --print-identity              print the signing certificate's SA_ISR and SA_SN\n"
+         "                                query values and exit\n"
          "\n"
          "Operator commands (beside a running service, on the same database):\n"
          "  set-section UID SECTION FILE  the client's own SECTION from FILE (- reads\n"
@@ -37,10 +45,55 @@ const char* Usage() {
          "                                client\n"
          "  sections                      the sections and the config events they make\n"
          "                                pending\n"
+         "  export-logs TABLE [--since 'YYYY-MM-DD hh:mm:ss'] [--uid UID]\n"
+         "                                the log table's rows as JSON Lines, oldest first\n"
          "\n"
          "Pipes live in $VGCR_PIPE_DIR; spill files are read from $VGCR_LOCAL_PATH.\n"
          "SIGINT or SIGTERM stops it cleanly.\n";
 }
+
+namespace {
+
+// A decimal number from min to max, nothing else.
+bool ParseNumber(const char* text, int64_t min, int64_t max, int64_t* value) {
+  if (*text < '0' || *text > '9') return false;
+  errno = 0;
+  char* end = nullptr;
+  const long long n = std::strtoll(text, &end, 10);
+  if (errno != 0 || *end != '\0' || n < min || n > max) return false;
+  *value = n;
+  return true;
+}
+
+struct NumberOption {
+  const char* name;
+  int64_t min, max;
+  const char* range;  // for the message
+  void (*store)(Options* options, int64_t value);
+};
+
+constexpr NumberOption kNumberOptions[] = {
+    {"--instances", 1, 63, "a number from 1 to 63",
+     [](Options* o, int64_t n) { o->instances = static_cast<uint32_t>(n); }},
+    {"--log-max-age", 0, 36500, "a number of days from 0 (no limit) to 36500",
+     [](Options* o, int64_t n) { o->logMaxAgeDays = static_cast<uint32_t>(n); }},
+    {"--log-max-rows", 0, 1'000'000'000'000, "a number of rows from 0 (no limit) to 10^12",
+     [](Options* o, int64_t n) { o->logMaxRows = n; }},
+    {"--retention-interval", 1, 86400, "a number of seconds from 1 to 86400",
+     [](Options* o, int64_t n) { o->retentionIntervalSeconds = static_cast<uint32_t>(n); }},
+};
+
+const NumberOption* FindNumberOption(const char* arg) {
+  for (const NumberOption& option : kNumberOptions) {
+    if (!std::strcmp(arg, option.name)) return &option;
+  }
+  return nullptr;
+}
+
+// The options an operator command takes after its name, each with a value.
+bool IsCommandOption(const char* arg) { return !std::strcmp(arg, "--since") || !std::strcmp(arg, "--uid"); }
+
+}  // namespace
 
 bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
   options->defaultsFolder = VGCR_DEFAULT_SECTIONS;
@@ -61,15 +114,18 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
     } else if (!std::strcmp(arg, "--defaults")) {
       if (!value(&text)) return false;
       options->defaultsFolder = text;
-    } else if (!std::strcmp(arg, "--instances")) {
+    } else if (const NumberOption* option = FindNumberOption(arg)) {
+      int64_t n = 0;
       if (!value(&text)) return false;
-      char* end = nullptr;
-      const long n = std::strtol(text, &end, 10);
-      if (*end || n < 1 || n > 63) {
-        *error = "--instances takes a number from 1 to 63";
+      if (!ParseNumber(text, option->min, option->max, &n)) {
+        *error = std::string(option->name) + " takes " + option->range;
         return false;
       }
-      options->instances = static_cast<uint32_t>(n);
+      option->store(options, n);
+    } else if (!options->command.empty() && IsCommandOption(arg)) {
+      if (!value(&text)) return false;
+      options->command.emplace_back(arg);
+      options->command.emplace_back(text);
     } else if (!std::strcmp(arg, "--quiet")) {
       options->quiet = true;
     } else if (!std::strcmp(arg, "--print-identity")) {

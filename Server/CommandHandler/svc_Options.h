@@ -12,6 +12,9 @@ struct Options {
   std::string defaultsFolder;              // the default settings sections
   uint32_t instances = 16;                 // listeners on the command pipe
   bool quiet = false;                      // no line per command
+  uint32_t logMaxAgeDays = 90;             // logs older are deleted; 0: kept whatever their age
+  int64_t logMaxRows = 10'000'000;         // per log table; 0: no limit
+  uint32_t retentionIntervalSeconds = 60;  // between two retention passes
   bool printIdentity = false;              // print SA_ISR and SA_SN, then exit
   bool help = false;
   // An operator command and its arguments (svc_Admin), when one is given.

@@ -37,7 +37,9 @@ bool Service::Start(const Options& options, std::string* error) {
   }
   signer_ = sig::Signer::Open(options.dataFolder, error);
   if (!signer_) return false;
-  context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_});
+  logs_ = std::make_unique<st::LogWriter>(*database_);
+  logs_->Start();
+  context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_});
   Note("database " + path + ", " + std::to_string(sections.size()) + " default sections, signing certificate " +
        signer_->Serial());
 
@@ -62,14 +64,22 @@ bool Service::Start(const Options& options, std::string* error) {
     }
     listeners_.push_back(std::move(listener));
   }
+  retention_ = std::make_unique<st::Retention>(
+      *database_, st::RetentionLimits{options.logMaxAgeDays, options.logMaxRows},
+      std::chrono::seconds(options.retentionIntervalSeconds));
+  retention_->Start();
   return true;
 }
 
 void Service::Stop() {
-  if (listeners_.empty()) return;
-  stop_.Set();
-  for (auto& listener : listeners_) listener->Join();
-  listeners_.clear();
+  if (!listeners_.empty()) {
+    stop_.Set();
+    for (auto& listener : listeners_) listener->Join();
+    listeners_.clear();
+  }
+  if (retention_) retention_->Stop();
+  // Every sender has been served: what is queued is all there will be.
+  if (logs_) logs_->Stop();
 }
 
 }  // namespace svc

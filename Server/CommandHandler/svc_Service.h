@@ -1,5 +1,6 @@
-// The service: its database, signing keys and default sections, and a
-// listener on each of the server's pipes.
+// The service: its database, signing keys and default sections, a
+// listener on each of the server's pipes, the log writer and the thread
+// that deletes old logs.
 #pragma once
 
 #include <memory>
@@ -10,6 +11,8 @@
 #include "cmd_Context.h"
 #include "db_Database.h"
 #include "platform/event.h"
+#include "st_LogWriter.h"
+#include "st_Retention.h"
 #include "svc_Options.h"
 
 namespace svc {
@@ -22,13 +25,17 @@ class Service {
   // signing key, loads the default sections, and listens. False with a
   // message when any of it fails.
   bool Start(const Options& options, std::string* error);
-  // Stops listening; a request in progress is finished first.
+  // Stops listening (a request in progress is finished first), then stores
+  // every log still queued: a log whose send succeeded is in the database
+  // when this returns.
   void Stop();
 
  private:
   std::unique_ptr<db::Database> database_;
   std::unique_ptr<st::Store> store_;
   std::unique_ptr<sig::Signer> signer_;
+  std::unique_ptr<st::LogWriter> logs_;
+  std::unique_ptr<st::Retention> retention_;
   std::unique_ptr<cmd::Context> context_;
   plat::Event stop_;
   std::vector<std::unique_ptr<CPipeListener>> listeners_;

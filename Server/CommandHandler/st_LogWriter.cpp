@@ -1,0 +1,122 @@
+#include "st_LogWriter.h"
+
+#include <chrono>
+#include <ctime>
+
+#include "db_LogSchema.h"
+#include "svc_Log.h"
+
+namespace st {
+
+std::size_t LogRow::Bytes() const {
+  std::size_t bytes = sizeof(LogRow) + uid.size() + release.size() + received.size() + numbers.size() * 8;
+  for (const std::string& text : texts) bytes += sizeof(std::string) + text.size();
+  return bytes;
+}
+
+std::string UtcNow() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", utc.tm_year + 1900, utc.tm_mon + 1,
+                utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(millis));
+  return text;
+}
+
+bool InsertLog(db::Database& database, const LogRow& row) {
+  const logrec::Layout& layout = *row.layout;
+  db::Statement s = database.Prepare(db::LogInsertSql(layout));
+  s.Bind(1, row.received).Bind(2, row.uid).Bind(3, row.release).Bind(4, row.recordType);
+  for (std::size_t i = 0; i < layout.keys.size(); ++i) {
+    const int index = static_cast<int>(5 + i);
+    if (layout.keys[i].value == logrec::Value::kText) {
+      s.Bind(index, row.texts[i]);
+    } else {
+      s.Bind(index, row.numbers[i]);
+    }
+  }
+  return s.Run();
+}
+
+LogWriter::LogWriter(db::Database& database, Limits limits) : database_(database), limits_(limits) {}
+
+LogWriter::~LogWriter() { Stop(); }
+
+void LogWriter::Start() {
+  std::lock_guard guard(lock_);
+  if (thread_.joinable()) return;
+  stopping_ = false;
+  thread_ = std::thread([this] { Run(); });
+}
+
+bool LogWriter::Add(LogRow row) {
+  const std::size_t bytes = row.Bytes();
+  std::unique_lock guard(lock_);
+  // A row larger than the byte bound still goes in alone.
+  changed_.wait(guard, [&] {
+    return stopping_ || queue_.empty() ||
+           (queue_.size() < limits_.queueRows && queuedBytes_ + bytes <= limits_.queueBytes);
+  });
+  if (stopping_) return false;
+  queue_.push_back(std::move(row));
+  queuedBytes_ += bytes;
+  changed_.notify_all();
+  return true;
+}
+
+void LogWriter::Stop() {
+  {
+    std::lock_guard guard(lock_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  if (thread_.joinable()) thread_.join();
+}
+
+void LogWriter::Run() {
+  std::vector<LogRow> batch;
+  for (;;) {
+    {
+      std::unique_lock guard(lock_);
+      changed_.wait(guard, [&] { return stopping_ || !queue_.empty(); });
+      if (queue_.empty()) return;  // stopping, and everything is stored
+      while (!queue_.empty() && batch.size() < limits_.batchRows) {
+        queuedBytes_ -= queue_.front().Bytes();
+        batch.push_back(std::move(queue_.front()));
+        queue_.pop_front();
+      }
+    }
+    changed_.notify_all();  // room for waiting senders
+    Store(batch);
+    batch.clear();
+  }
+}
+
+// One transaction for the batch; should it fail, each row in its own, so
+// that one bad row costs only itself.
+void LogWriter::Store(std::vector<LogRow>& batch) {
+  const bool stored = db::InTransaction(database_, [&] {
+    for (const LogRow& row : batch) {
+      if (!InsertLog(database_, row)) return false;
+    }
+    return true;
+  });
+  if (stored) return;
+  for (const LogRow& row : batch) {
+    std::string error;
+    const bool ok = db::InTransaction(database_, [&] {
+      if (InsertLog(database_, row)) return true;
+      error = database_.LastError();
+      return false;
+    });
+    if (!ok) {
+      svc::Note(std::string("log not stored: ") + row.layout->table + " uid=" + row.uid + " received " +
+                row.received + ": " + (error.empty() ? database_.LastError() : error));
+    }
+  }
+}
+
+}  // namespace st

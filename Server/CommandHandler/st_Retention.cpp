@@ -1,0 +1,117 @@
+#include "st_Retention.h"
+
+#include "channel/rec_Logs.h"
+#include "svc_Log.h"
+
+namespace st {
+namespace {
+
+// A first pass soon after start, without holding the start itself up.
+constexpr std::chrono::seconds kFirstPass{5};
+
+// Deletes, a batch per transaction, the rows `pick` selects (a query that
+// returns ids, oldest first, at most ?2 of them; `bind` binds ?1). -1 when
+// it failed.
+int64_t DeleteInBatches(db::Database& database, const std::string& table, const std::string& pick,
+                        const std::function<void(db::Statement&)>& bind, const std::function<bool()>& stopping) {
+  const std::string sql = "DELETE FROM " + table + " WHERE id IN (" + pick + ")";
+  int64_t deleted = 0;
+  for (;;) {
+    if (stopping()) return deleted;
+    int64_t changed = 0;
+    const bool ok = db::InTransaction(database, [&] {
+      db::Statement s = database.Prepare(sql);
+      bind(s);
+      if (!s.Bind(2, kRetentionBatch).Run()) return false;
+      changed = database.Changes();
+      return true;
+    });
+    if (!ok) return -1;
+    deleted += changed;
+    if (changed < kRetentionBatch) return deleted;
+  }
+}
+
+// The highest id the table may lose so that maxRows rows remain; 0: none.
+int64_t ExcessBound(db::Database& database, const std::string& table, int64_t maxRows) {
+  std::lock_guard guard(database.Lock());
+  db::Statement s = database.Prepare("SELECT IFNULL(MAX(id), 0) FROM " + table);
+  const int64_t newest = s.Step() ? s.Int(0) : 0;
+  return newest > maxRows ? newest - maxRows : 0;
+}
+
+bool PruneTable(db::Database& database, const std::string& table, const RetentionLimits& limits,
+                const std::function<bool()>& stopping, const std::function<void(const std::string&)>& report) {
+  if (limits.maxAgeDays > 0) {
+    const std::string cutoff = "-" + std::to_string(limits.maxAgeDays) + " days";
+    const int64_t old = DeleteInBatches(
+        database, table,
+        "SELECT id FROM " + table + " WHERE received < strftime('%Y-%m-%d %H:%M:%f','now',?1) ORDER BY id LIMIT ?2",
+        [&](db::Statement& s) { s.Bind(1, cutoff); }, stopping);
+    if (old < 0) return false;
+    if (old > 0)
+      report(table + " " + std::to_string(old) + " rows older than " + std::to_string(limits.maxAgeDays) + " days");
+  }
+  if (limits.maxRows > 0) {
+    const int64_t bound = ExcessBound(database, table, limits.maxRows);
+    if (bound == 0) return true;
+    // Only retention deletes, always the oldest: the newest maxRows rows are
+    // exactly those above MAX(id) - maxRows.
+    const int64_t excess =
+        DeleteInBatches(database, table, "SELECT id FROM " + table + " WHERE id <= ?1 ORDER BY id LIMIT ?2",
+                        [&](db::Statement& s) { s.Bind(1, bound); }, stopping);
+    if (excess < 0) return false;
+    if (excess > 0)
+      report(table + " " + std::to_string(excess) + " rows beyond the newest " + std::to_string(limits.maxRows));
+  }
+  return true;
+}
+
+}  // namespace
+
+bool RunRetention(db::Database& database, const RetentionLimits& limits, const std::function<bool()>& stopping,
+                  const std::function<void(const std::string&)>& report) {
+  bool ok = true;
+  for (const logrec::Layout* layout : logrec::kLayouts) {
+    if (stopping()) break;
+    ok = PruneTable(database, layout->table, limits, stopping, report) && ok;
+  }
+  return ok;
+}
+
+void Retention::Start() {
+  if (thread_.joinable() || (limits_.maxAgeDays == 0 && limits_.maxRows == 0)) return;
+  stop_ = false;
+  thread_ = std::thread([this] { Run(); });
+}
+
+void Retention::Stop() {
+  {
+    std::lock_guard guard(lock_);
+    stop_ = true;
+  }
+  wake_.notify_all();
+  if (thread_.joinable()) thread_.join();
+}
+
+bool Retention::Stopping() {
+  std::lock_guard guard(lock_);
+  return stop_;
+}
+
+void Retention::Run() {
+  std::chrono::seconds wait = std::min(interval_, kFirstPass);
+  for (;;) {
+    {
+      std::unique_lock guard(lock_);
+      if (wake_.wait_for(guard, wait, [&] { return stop_; })) return;
+    }
+    const bool ok = RunRetention(
+        database_, limits_, [this] { return Stopping(); },
+        [](const std::string& line) { svc::Note("retention: " + line); });
+    if (!ok) svc::Note("retention: the database failed; trying again in " + std::to_string(interval_.count()) + " s");
+    wait = interval_;
+  }
+}
+
+}  // namespace st
