@@ -20,11 +20,12 @@ cleanup() {
 trap cleanup EXIT
 duration=${VGCR_BENCH_SECONDS:-10}
 
-run_wrk() {  # label url [wrk options...]
-  local label=$1 url=$2
+run_wrk() {  # label url [wrk options...] [-- script arguments...]
+  local label=$1 url=$2 options=()
   shift 2
+  while (($#)) && [[ $1 != -- ]]; do options+=("$1"); shift; done
   echo "== $label"
-  wrk -t2 -c32 -d"${duration}s" --latency "$@" "$url" | sed -n '/Latency /p;/ 50%/p;/ 90%/p;/ 99%/p;/requests in/p;/Requests\/sec/p'
+  wrk -t2 -c32 -d"${duration}s" --latency "${options[@]}" "$url" "$@" | sed -n '/Latency /p;/ 50%/p;/ 90%/p;/ 99%/p;/requests in/p;/Requests\/sec/p'
 }
 
 start_nginx() {  # port: a fixed 2-byte reply, the HTTP floor of this machine

@@ -21,8 +21,10 @@ sleep 0.5
 url=http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll
 uid=6F9619FF-8B86-D011-B42D-00C04FC964FF
 curl -s "$url?requestid=101&uid=$uid&date=20261122&time=093000&computer=BENCH&platform=Linux&ip=10.0.0.7&program=14.0&engine=22.1&domain=W&hotfix=0&instdate=20261101&insttime=120000&release=14.0.1" >/dev/null
-run_wrk "registration (one way), a new client per request" "$url" -s bench/register.lua
-run_wrk "log report 110/1 (one way), a virus log per request" "$url" -s bench/log.lua
+run_wrk "registration (one way), a new client per request" "$url" -s bench/per_client.lua -- \
+  "requestid=101&uid={uid}&date=20261122&time=093000&computer=BENCH-PC&platform=Linux&ip=10.0.0.7&program=14.0&engine=22.1&domain=WORKGROUP&hotfix=0&instdate=20261101&insttime=120000&release=14.0.1"
+run_wrk "log report 110/1 (one way), a virus log per request" "$url" -s bench/per_client.lua -- \
+  "requestid=110&functiontype=1&uid={uid}&release=14.0.1&date=2026-11-23&time=09:30:00&login=CORP%5Cjdoe&virus=Eicar_test_file&file=eicar.com&compressedfile=&directory=C%3A%5CUsers%5Cjdoe%5CDownloads%5C&infectionsource=BENCH-PC&firstaction=2&firststatus=0&secondaction=3&secondstatus=0"
 run_wrk "heartbeat (round trip through the database)" "$url?requestid=207&functiontype=1&uid=$uid"
 run_wrk "settings fetch 202/1 (text round trip, one-way reset)" "$url?requestid=202&functiontype=1&uid=$uid&release=14.0"
 run_wrk "settings-file fetch 201/1 (existence check, text round trip, reset)" "$url?requestid=201&functiontype=1&uid=$uid&release=14.0"
