@@ -100,6 +100,15 @@ bool Number(const std::u16string& text, int64_t* value) {
   return errno == 0 && *end == '\0';
 }
 
+// A count as the client reports it: decimal digits only, so no sign.
+bool Count(const std::u16string& text, int64_t* value) {
+  if (text.empty() || text.size() > 18) return false;
+  for (char16_t c : text) {
+    if (c < u'0' || c > u'9') return false;
+  }
+  return Number(text, value);
+}
+
 // The answer of a reader, into *text; false with *what set on a failure.
 bool Read(Context& context, const Command1& command, const std::vector<std::u16string>& fields, std::string* text,
           std::string* what) {
@@ -162,9 +171,11 @@ std::string Write(Context& context, const Command1& command, const std::vector<s
       what = std::string(command.section) + "=" + std::to_string(number);
       break;
     case Action::kFirewall: {
+      if (fields[1].size() != 36) return "dropped: the uid is " + std::to_string(fields[1].size()) + " characters";
       st::FirewallCounts counts;
       for (int i = 0; i < 6; ++i) {
-        if (!Number(fields[3 + i], &counts.counts[i])) return "dropped: uid=" + uid + " a count is not a number";
+        if (!Count(fields[3 + i], &counts.counts[i]))
+          return "dropped: uid=" + uid + " count " + std::to_string(i + 1) + " is not a decimal count";
       }
       counts.textField = plat::ToUtf8(fields[9]);
       ok = context.store.SetFirewallCounts(uid, counts);

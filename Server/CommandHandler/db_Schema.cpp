@@ -101,6 +101,8 @@ CREATE TABLE IF NOT EXISTS opp_reports (
   release TEXT NOT NULL,
   operation INTEGER NOT NULL
 );
+-- The firewall counts a client reported last: this hour's, and the totals as
+-- the client itself accumulates them (the service adds nothing up).
 CREATE TABLE IF NOT EXISTS firewall_counts (
   uid TEXT PRIMARY KEY COLLATE NOCASE,
   updated TEXT NOT NULL,

@@ -119,8 +119,11 @@ bool Store::AddOppReport(const std::string& uid, const std::string& release, int
 
 bool Store::SetFirewallCounts(const std::string& uid, const FirewallCounts& counts) {
   return db::InTransaction(database_, [&] {
-    db::Statement s = database_.Prepare(std::string("INSERT OR REPLACE INTO firewall_counts VALUES (?, ") +
-                                        db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?)");
+    db::Statement s = database_.Prepare(
+        std::string("INSERT OR REPLACE INTO firewall_counts (uid, updated, text_field, firewall_per_hour, "
+                    "intrusion_per_hour, network_virus_per_hour, firewall_total, intrusion_total, "
+                    "network_virus_total) VALUES (?, ") +
+        db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?)");
     s.Bind(1, uid).Bind(2, counts.textField);
     for (int i = 0; i < 6; ++i) s.Bind(3 + i, counts.counts[i]);
     return s.Run();
