@@ -7,12 +7,14 @@
 #include <sstream>
 
 #include "channel/rec_Settings.h"
+#include "db_LogSchema.h"
 #include "db_Schema.h"
 #include "platform/com.h"
 #include "platform/text.h"
 #include "st_Defaults.h"
 #include "st_Sections.h"
 #include "st_Store.h"
+#include "svc_Export.h"
 #include "svc_Service.h"
 
 namespace svc {
@@ -120,6 +122,31 @@ int Sections() {
   return 0;
 }
 
+// export-logs TABLE [--since TIME] [--uid UID]
+int ExportLogsCommand(const Options& options) {
+  const std::vector<std::string>& args = options.command;
+  if (args.size() < 2 || args.size() % 2 != 0) return Fail("export-logs TABLE [--since TIME] [--uid UID]", 2);
+  const logrec::Layout* layout = db::FindLogTable(args[1]);
+  if (layout == nullptr) return Fail("unknown log table " + args[1] + "; one of " + db::LogTableNames(), 2);
+  ExportFilter filter;
+  for (std::size_t i = 2; i + 1 < args.size(); i += 2) {
+    if (args[i] == "--since" && IsTimeText(args[i + 1])) {
+      filter.since = args[i + 1];
+    } else if (args[i] == "--uid" && IsUid(args[i + 1])) {
+      filter.uid = args[i + 1];
+    } else {
+      return Fail(args[i] + " " + args[i + 1] +
+                      ": --since takes 'YYYY-MM-DD hh:mm:ss' (UTC), --uid a GUID without braces",
+                  2);
+    }
+  }
+  Admin admin;
+  std::string error;
+  if (!Open(options, &admin, &error)) return Fail(error);
+  if (!ExportLogs(*admin.database, *layout, filter, std::cout, &error)) return Fail(error);
+  return 0;
+}
+
 struct AdminCommand {
   const char* name;
   std::size_t minArgs, maxArgs;  // after the name
@@ -139,6 +166,7 @@ constexpr AdminCommand kCommands[] = {
 int RunAdmin(const Options& options) {
   const std::vector<std::string>& args = options.command;
   if (args[0] == "sections") return Sections();
+  if (args[0] == "export-logs") return ExportLogsCommand(options);
   for (const AdminCommand& command : kCommands) {
     if (args[0] != command.name) continue;
     const std::size_t given = args.size() - 1;

@@ -1,0 +1,151 @@
+#include "svc_Export.h"
+
+#include <cmath>
+#include <cstdio>
+#include <mutex>
+
+#include "db_LogSchema.h"
+
+namespace svc {
+namespace {
+
+// The length of the UTF-8 sequence at text[i]; 0 when none starts there
+// (a stray byte, a cut or overlong sequence, a surrogate, beyond U+10FFFF).
+std::size_t SequenceLength(std::string_view text, std::size_t i) {
+  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
+  const unsigned lead = byte(i);
+  if (lead < 0x80) return 1;
+  std::size_t n = 0;
+  unsigned low = 0x80, high = 0xBF;  // the range of the second byte
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    n = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    n = 3;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    n = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (i + n > text.size() || byte(i + 1) < low || byte(i + 1) > high) return 0;
+  for (std::size_t k = 2; k < n; ++k) {
+    if ((byte(i + k) & 0xC0) != 0x80) return 0;
+  }
+  return n;
+}
+
+void AppendEscaped(std::string& json, unsigned char c) {
+  switch (c) {
+    case '"': json += "\\\""; return;
+    case '\\': json += "\\\\"; return;
+    case '\b': json += "\\b"; return;
+    case '\f': json += "\\f"; return;
+    case '\n': json += "\\n"; return;
+    case '\r': json += "\\r"; return;
+    case '\t': json += "\\t"; return;
+    default: break;
+  }
+  if (c < 0x20 || c == 0x7F) {
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "\\u%04x", c);
+    json += hex;
+  } else {
+    json += static_cast<char>(c);
+  }
+}
+
+std::string JsonValue(const db::Statement& s, int column) {
+  switch (s.Type(column)) {
+    case SQLITE_NULL:
+      return "null";
+    case SQLITE_INTEGER:
+      return std::to_string(s.Int(column));
+    case SQLITE_FLOAT: {
+      const double value = s.Real(column);
+      if (!std::isfinite(value)) return "null";
+      char text[32];
+      std::snprintf(text, sizeof text, "%.17g", value);
+      return text;
+    }
+    default:
+      return JsonString(s.Text(column));
+  }
+}
+
+std::string SelectSql(const logrec::Layout& layout, const ExportFilter& filter) {
+  std::string sql = std::string("SELECT * FROM ") + layout.table + " WHERE 1";
+  if (!filter.since.empty()) sql += " AND received >= ?1";
+  if (!filter.uid.empty()) sql += " AND uid = ?2";
+  return sql + " ORDER BY id";
+}
+
+}  // namespace
+
+std::string JsonString(std::string_view text) {
+  std::string json = "\"";
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t n = SequenceLength(text, i);
+    if (n == 0) {
+      json += "\\ufffd";
+      ++i;
+    } else if (n == 1) {
+      AppendEscaped(json, static_cast<unsigned char>(text[i++]));
+    } else {
+      json.append(text.substr(i, n));
+      i += n;
+    }
+  }
+  return json + "\"";
+}
+
+bool IsTimeText(std::string_view text) {
+  // d: a digit; anything else stands for itself.
+  constexpr std::string_view kDate = "dddd-dd-dd", kTime = " dd:dd:dd";
+  const auto matches = [&](std::string_view mask, std::size_t at) {
+    if (text.size() < at + mask.size()) return false;
+    for (std::size_t i = 0; i < mask.size(); ++i) {
+      const char c = text[at + i];
+      if (mask[i] == 'd' ? (c < '0' || c > '9') : c != mask[i]) return false;
+    }
+    return true;
+  };
+  if (!matches(kDate, 0)) return false;
+  if (text.size() == kDate.size()) return true;
+  if (!matches(kTime, kDate.size())) return false;
+  std::size_t at = kDate.size() + kTime.size();
+  if (at == text.size()) return true;
+  if (text[at++] != '.' || at == text.size()) return false;
+  for (; at < text.size(); ++at) {
+    if (text[at] < '0' || text[at] > '9') return false;
+  }
+  return true;
+}
+
+bool ExportLogs(db::Database& database, const logrec::Layout& layout, const ExportFilter& filter,
+                std::ostream& out, std::string* error) {
+  std::lock_guard guard(database.Lock());
+  db::Statement s = database.Prepare(SelectSql(layout, filter));
+  if (!filter.since.empty()) s.Bind(1, filter.since);
+  if (!filter.uid.empty()) s.Bind(2, filter.uid);
+  std::vector<std::string> names;
+  for (int i = 0; i < s.Columns(); ++i) names.push_back(JsonString(s.ColumnName(i)) + ":");
+  std::string line;
+  while (s.Step()) {
+    line = "{";
+    for (int i = 0; i < s.Columns(); ++i) line += (i ? "," : "") + names[static_cast<std::size_t>(i)] + JsonValue(s, i);
+    line += "}\n";
+    out << line;
+  }
+  out.flush();
+  if (s.failed() || !out) {
+    *error = s.failed() ? "reading " + std::string(layout.table) + " failed: " + database.LastError()
+                        : std::string("cannot write the output");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace svc

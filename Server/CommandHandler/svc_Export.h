@@ -1,0 +1,32 @@
+// The log tables as JSON Lines, for whatever reads logs elsewhere: one object
+// per row with every column, oldest first.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "channel/rec_Logs.h"
+#include "db_Database.h"
+
+namespace svc {
+
+// `text` as a JSON string, quotes included: quotes, backslashes and control
+// characters escaped, and bytes that are not UTF-8 (a row written with the
+// shell may hold any) replaced by U+FFFD so that the line stays JSON.
+std::string JsonString(std::string_view text);
+
+// A --since value: "YYYY-MM-DD", optionally followed by " hh:mm:ss" and
+// fractions of a second, as the tables keep times.
+bool IsTimeText(std::string_view text);
+
+struct ExportFilter {
+  std::string since;  // empty: from the first row
+  std::string uid;    // empty: every client
+};
+
+// Writes the rows; false with a message when the database failed.
+bool ExportLogs(db::Database& database, const logrec::Layout& layout, const ExportFilter& filter,
+                std::ostream& out, std::string* error);
+
+}  // namespace svc
