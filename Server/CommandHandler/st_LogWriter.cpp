@@ -95,16 +95,24 @@ void LogWriter::Run() {
   }
 }
 
-// One transaction for the batch; should it fail, each row in its own, so
-// that one bad row costs only itself.
+// One transaction for the batch. Another writer on the file (a person with
+// the shell) can hold it for a while: BEGIN then fails after the busy wait,
+// and the batch is tried again rather than lost. Should a row fail, each
+// row goes in its own transaction, so that a bad row costs only itself.
 void LogWriter::Store(std::vector<LogRow>& batch) {
-  const bool stored = db::InTransaction(database_, [&] {
-    for (const LogRow& row : batch) {
-      if (!InsertLog(database_, row)) return false;
+  constexpr int kBeginAttempts = 12;  // each after a busy wait of 5 s
+  for (int attempt = 1;; ++attempt) {
+    db::Transaction transaction(database_);
+    if (transaction.ok()) {
+      if (InsertAll(batch) && transaction.Commit()) return;
+      break;
     }
-    return true;
-  });
-  if (stored) return;
+    if (attempt == kBeginAttempts) {
+      svc::Note(std::to_string(batch.size()) + " logs not stored: the database stays locked: " +
+                database_.LastError());
+      return;
+    }
+  }
   for (const LogRow& row : batch) {
     std::string error;
     const bool ok = db::InTransaction(database_, [&] {
@@ -114,9 +122,16 @@ void LogWriter::Store(std::vector<LogRow>& batch) {
     });
     if (!ok) {
       svc::Note(std::string("log not stored: ") + row.layout->table + " uid=" + row.uid + " received " +
-                row.received + ": " + (error.empty() ? database_.LastError() : error));
+                row.received + ": " + (error.empty() ? "the transaction failed" : error));
     }
   }
+}
+
+bool LogWriter::InsertAll(const std::vector<LogRow>& batch) {
+  for (const LogRow& row : batch) {
+    if (!InsertLog(database_, row)) return false;
+  }
+  return true;
 }
 
 }  // namespace st

@@ -63,6 +63,7 @@ class LogWriter {
  private:
   void Run();
   void Store(std::vector<LogRow>& batch);
+  bool InsertAll(const std::vector<LogRow>& batch);  // the database's lock held
 
   db::Database& database_;
   Limits limits_;
