@@ -9,6 +9,7 @@
 #include "channel/cmdal_CmdAPI.h"
 #include "channel/pipe_Client.h"
 #include "db_probe.h"
+#include "raw_send.h"
 #include "channel/rec_Lifecycle.h"
 #include "channel/rec_Settings.h"
 #include "handlers/hdl_Common.h"
@@ -206,28 +207,6 @@ TEST_F(Service, OppSettingsFlagAndReports) {
   ASSERT_TRUE(SendRecord(u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", report));
   EXPECT_EQ(MsCfg(kUid).rfind(u"[Manual_Scan]", 0), 0u) << "served in turn";
   EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM opp_reports"), "1") << "an unknown client's and a bad operation dropped";
-}
-
-// Raw bytes on the command pipe, as a broken or hostile sender would write them.
-void SendRaw(const std::vector<uint8_t>& bytes) {
-  CPipeClient client;
-  ASSERT_TRUE(client.Open(kCommandHandlerPipe));
-  uint32_t length = static_cast<uint32_t>(bytes.size());
-  client.Send(bytes.data(), &length);
-  client.Close();
-}
-
-std::vector<uint8_t> MessageBytes(CMsgSerializer& message) {
-  return std::vector<uint8_t>(message.Buffer().Data(), message.Buffer().Data() + message.GetSize());
-}
-
-std::vector<uint8_t> Utf16(const std::u16string& text) {
-  std::vector<uint8_t> bytes;
-  for (char16_t c : text) {
-    bytes.push_back(static_cast<uint8_t>(c));
-    bytes.push_back(static_cast<uint8_t>(c >> 8));
-  }
-  return bytes;
 }
 
 TEST_F(Service, BadInputIsDroppedAndTheServiceGoesOnServing) {
