@@ -1,0 +1,235 @@
+// Keeping the logs: retention by age and count, the export, the migration
+// of tables of an older layout, and the options that set them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include "db_LogSchema.h"
+#include "db_Schema.h"
+#include "log_fixture.h"
+#include "st_Retention.h"
+#include "svc_Admin.h"
+#include "svc_Export.h"
+
+namespace {
+
+std::string Insert(const char* table, int rows, const char* received) {
+  return std::string("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < ") +
+         std::to_string(rows) + ") INSERT INTO " + table + " (received, uid) SELECT '" + received +
+         "', 'u' || i FROM n";
+}
+
+struct Pass {
+  std::vector<std::string> lines;
+  bool ok = false;
+};
+
+Pass Retain(db::Database& database, st::RetentionLimits limits, bool stopping = false) {
+  Pass pass;
+  pass.ok = st::RunRetention(
+      database, limits, [stopping] { return stopping; }, [&](const std::string& line) { pass.lines.push_back(line); });
+  return pass;
+}
+
+class Upkeep : public LogService {
+ protected:
+  void SetUp() override {
+    LogService::SetUp();
+    std::string error;
+    database_ = db::Database::Open(folder_ + "/cmdhandler.db", &error);
+    ASSERT_TRUE(database_) << error;
+  }
+  void TearDown() override {
+    database_.reset();
+    LogService::TearDown();
+  }
+  std::unique_ptr<db::Database> database_;
+};
+
+TEST_F(Upkeep, RetentionDeletesByAgeThenByCount) {
+  ASSERT_TRUE(db_->Exec(Insert("virus_log", 3, "2000-01-01 00:00:00.000")));
+  ASSERT_TRUE(db_->Exec("INSERT INTO virus_log (uid) VALUES ('new'), ('newer')"));
+  ASSERT_TRUE(db_->Exec(Insert("url_filtering_log", 1234, "2999-01-01 00:00:00.000")));
+
+  EXPECT_TRUE(Retain(*database_, {90, 0}, /*stopping=*/true).lines.empty()) << "a stopping pass deletes nothing";
+  EXPECT_EQ(Count("virus_log"), "5");
+
+  Pass byAge = Retain(*database_, {90, 0});
+  EXPECT_TRUE(byAge.ok);
+  EXPECT_EQ(byAge.lines, std::vector<std::string>{"virus_log 3 rows older than 90 days"});
+  EXPECT_EQ(db_->Value("SELECT group_concat(uid) FROM virus_log"), "new,newer");
+
+  // More than one batch of 500; the newest ids stay.
+  Pass byCount = Retain(*database_, {0, 100});
+  EXPECT_EQ(byCount.lines, std::vector<std::string>{"url_filtering_log 1134 rows beyond the newest 100"});
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) || ' ' || MIN(id) || ' ' || MAX(id) FROM url_filtering_log"),
+            "100 1135 1234");
+  EXPECT_EQ(Count("virus_log"), "2") << "under the count";
+  EXPECT_TRUE(Retain(*database_, {90, 100}).lines.empty()) << "nothing left to delete";
+}
+
+TEST_F(Upkeep, TheServiceRunsRetentionOnItsOwn) {
+  ASSERT_TRUE(db_->Exec(Insert("scan_operation_log", 50, "2999-01-01 00:00:00.000")));
+  Restart([](svc::Options& options) {
+    options.logMaxRows = 10;
+    options.retentionIntervalSeconds = 1;
+  });
+  EXPECT_EQ(db_->WaitFor("SELECT COUNT(*) FROM scan_operation_log", "10"), "10");
+  ASSERT_TRUE(db_->Exec(Insert("scan_operation_log", 5, "2999-01-01 00:00:00.000")));
+  EXPECT_EQ(db_->WaitFor("SELECT MIN(id) FROM scan_operation_log", "46", 4000), "46") << "and again each interval";
+}
+
+TEST_F(Upkeep, ExportWritesEveryColumnAsJsonOldestFirst) {
+  ASSERT_TRUE(db_->Exec(std::string("INSERT INTO virus_log (received, uid, release, record_type, virus, firstaction) "
+                                    "VALUES ('2024-05-06 07:08:09.123', '") +
+                        kLogUid + "', '14.0', 2, 'say \"hi\"' || char(9) || 'caf\u00e9', -3);"
+                        "INSERT INTO virus_log (received, uid) VALUES ('2024-06-01 00:00:00.000', 'other')"));
+  // Every column in table order; those not set are null.
+  const std::map<std::string, std::string> values = {
+      {"id", "1"},
+      {"received", "\"2024-05-06 07:08:09.123\""},
+      {"uid", std::string("\"") + kLogUid + "\""},
+      {"release", "\"14.0\""},
+      {"record_type", "2"},
+      {"virus", "\"say \\\"hi\\\"\\tcaf\u00e9\""},
+      {"firstaction", "-3"}};
+  std::string expected;
+  for (const db::Column& column : db::LogColumns(logrec::kVirusLog)) {
+    const auto found = values.find(column.name);
+    expected += (expected.empty() ? "{\"" : ",\"") + column.name + "\":" +
+                (found != values.end() ? found->second : "null");
+  }
+  expected += "}\n";
+
+  const auto exported = [&](svc::ExportFilter filter) {
+    std::ostringstream out;
+    std::string error;
+    EXPECT_TRUE(svc::ExportLogs(*database_, logrec::kVirusLog, filter, out, &error)) << error;
+    return out.str();
+  };
+  const std::string all = exported({});
+  EXPECT_EQ(all.substr(0, all.find('\n') + 1), expected);
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 2);
+  EXPECT_EQ(exported({"", "6b29fc40-ca47-1067-b31d-00dd010662da"}), expected) << "uids compare without case";
+  const std::string since = exported({"2024-05-07", ""});
+  EXPECT_EQ(std::count(since.begin(), since.end(), '\n'), 1);
+  EXPECT_NE(since.find("\"uid\":\"other\""), std::string::npos) << since;
+}
+
+TEST(Export, JsonStringsAreEscapedAndStayUtf8) {
+  const struct {
+    std::string text, json;
+  } cases[] = {
+      {"plain", "\"plain\""},
+      {"a\"b\\c/d", "\"a\\\"b\\\\c/d\""},
+      {"\t\n\r\b\f", "\"\\t\\n\\r\\b\\f\""},
+      {std::string("\x01\x1f\x7f", 3), "\"\\u0001\\u001f\\u007f\""},
+      {std::string("nul\0x", 5), "\"nul\\u0000x\""},
+      {"\u00e9\u4e2d\U0001F600", "\"\u00e9\u4e2d\U0001F600\""},
+      {"\xff", "\"\\ufffd\""},                    // never a UTF-8 byte
+      {"\xe4\xb8", "\"\\ufffd\\ufffd\""},         // a sequence cut short
+      {"\xc0\xaf", "\"\\ufffd\\ufffd\""},         // overlong
+      {"\xed\xa0\x80", "\"\\ufffd\\ufffd\\ufffd\""},  // a surrogate
+      {"\xf4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""},  // beyond U+10FFFF
+  };
+  for (const auto& c : cases) EXPECT_EQ(svc::JsonString(c.text), c.json) << c.json;
+}
+
+TEST(Export, TimesAndTablesAreChecked) {
+  for (const char* good : {"2024-01-02", "2024-01-02 03:04:05", "2024-01-02 03:04:05.678"})
+    EXPECT_TRUE(svc::IsTimeText(good)) << good;
+  for (const char* bad : {"", "2024-1-02", "2024-01-02T03:04:05", "2024-01-02 03:04", "2024-01-02 03:04:05.",
+                          "2024-01-02 03:04:05x", "yesterday"})
+    EXPECT_FALSE(svc::IsTimeText(bad)) << bad;
+
+  const std::string folder = MakeTempFolder();
+  svc::Options options;
+  options.dataFolder = folder;
+  options.command = {"export-logs", "no_such_log"};
+  EXPECT_EQ(svc::RunAdmin(options), 2);
+  options.command = {"export-logs", "virus_log", "--since", "last week"};
+  EXPECT_EQ(svc::RunAdmin(options), 2);
+  RemoveFolder(folder);
+}
+
+// Tables made by earlier versions with other columns: nothing was ever
+// written to them, so an empty one is made again; one with rows is left
+// alone and the start refused.
+TEST(LogMigration, AnEmptyOldTableIsMadeAgainOneWithRowsStopsTheStart) {
+  SetChannelReplyTimeoutMs(3000);
+  const std::string folder = MakeTempFolder();
+  {
+    std::string error;
+    auto database = db::Database::Open(folder + "/cmdhandler.db", &error);
+    ASSERT_TRUE(database) << error;
+    ASSERT_TRUE(database->Exec("CREATE TABLE dlp_log (id INTEGER PRIMARY KEY, received TEXT NOT NULL, uid TEXT NOT "
+                               "NULL, release TEXT, record_type INTEGER, form TEXT, action TEXT);"
+                               "INSERT INTO dlp_log (received, uid) VALUES ('2020-01-01', 'u')"));
+  }
+  svc::Options options;
+  options.dataFolder = folder;
+  options.defaultsFolder = VGCR_DEFAULT_SECTIONS;
+  options.instances = 2;
+  options.quiet = true;
+  std::string error;
+  {
+    svc::Service service;
+    EXPECT_FALSE(service.Start(options, &error));
+    EXPECT_NE(error.find("dlp_log"), std::string::npos) << error;
+    EXPECT_NE(error.find("1 rows"), std::string::npos) << error;
+  }
+  DbProbe db(folder + "/cmdhandler.db");
+  EXPECT_EQ(db.Value("SELECT COUNT(*) FROM dlp_log"), "1") << "kept";
+  ASSERT_TRUE(db.Exec("DELETE FROM dlp_log"));
+  {
+    svc::Service service;
+    EXPECT_TRUE(service.Start(options, &error)) << error;
+  }
+  EXPECT_EQ(db.Value("SELECT group_concat(name) FROM pragma_table_info('dlp_log') WHERE name IN ('form', "
+                     "'originalstring')"),
+            "originalstring");
+  EXPECT_EQ(db.Value("SELECT type FROM pragma_table_info('dlp_log') WHERE name = 'action'"), "INTEGER");
+  RemoveFolder(folder);
+  SetChannelReplyTimeoutMs(0);
+}
+
+bool Parse(std::vector<const char*> args, svc::Options* options, std::string* error) {
+  args.insert(args.begin(), "vgcr-cmdhandler");
+  return svc::ParseOptions(static_cast<int>(args.size()), const_cast<char**>(args.data()), options, error);
+}
+
+TEST(LogOptions, ValuesAreCheckedAndTheCommandKeepsItsOwn) {
+  const struct {
+    std::vector<const char*> args;
+    bool ok;
+  } cases[] = {
+      {{"--log-max-age", "0"}, true},         {{"--log-max-age", "36500"}, true},
+      {{"--log-max-age", "36501"}, false},    {{"--log-max-age", "-1"}, false},
+      {{"--log-max-age", "9x"}, false},       {{"--log-max-age"}, false},
+      {{"--log-max-rows", "0"}, true},        {{"--log-max-rows", "1000000000000"}, true},
+      {{"--log-max-rows", "1000000000001"}, false}, {{"--log-max-rows", "+5"}, false},
+      {{"--retention-interval", "1"}, true},  {{"--retention-interval", "0"}, false},
+      {{"--retention-interval", "86401"}, false}, {{"--since", "2024-01-01"}, false},
+  };
+  for (const auto& c : cases) {
+    svc::Options options;
+    std::string error;
+    EXPECT_EQ(Parse(c.args, &options, &error), c.ok) << c.args[0] << " " << (c.args.size() > 1 ? c.args[1] : "");
+  }
+  svc::Options options;
+  std::string error;
+  ASSERT_TRUE(Parse({"--log-max-age", "7", "--log-max-rows", "5", "--retention-interval", "30", "export-logs",
+                     "virus_log", "--since", "2024-01-01", "--uid", "x"},
+                    &options, &error))
+      << error;
+  EXPECT_EQ(options.logMaxAgeDays, 7u);
+  EXPECT_EQ(options.logMaxRows, 5);
+  EXPECT_EQ(options.retentionIntervalSeconds, 30u);
+  EXPECT_EQ(options.command,
+            (std::vector<std::string>{"export-logs", "virus_log", "--since", "2024-01-01", "--uid", "x"}));
+}
+
+}  // namespace
