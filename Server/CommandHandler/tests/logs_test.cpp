@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -38,9 +39,9 @@ tagCln_Log Filled(const Layout& layout) {
 }
 
 // As the extension sends it: on the layout's pipe, or on the one given.
-bool Send(tagCln_Log& record, int mode = 1, const Layout* asIf = nullptr) {
-  const Layout& layout = asIf ? *asIf : record.layout();
-  if (layout.pipe == logrec::Pipe::kCommandHandler) return SendRecord(layout.command, record, mode);
+bool Send(tagCln_Log& record, int mode = 1, std::optional<logrec::Pipe> pipe = {}) {
+  const Layout& layout = record.layout();
+  if (pipe.value_or(layout.pipe) == logrec::Pipe::kCommandHandler) return SendRecord(layout.command, record, mode);
   CMsgSerializer message(layout.command, mode);
   message << record;
   return ocl_SendToThreatLogServer(message);
@@ -84,8 +85,8 @@ TEST_F(LogService, BadLogsAreDroppedAndTheServiceGoesOn) {
   tagCln_Log callbackOnCommandPipe = Filled(logrec::kCallbackLog);
   ASSERT_TRUE(Send(foreignType));
   ASSERT_TRUE(Send(noUid));
-  ASSERT_TRUE(Send(wrongPipe, 1, &logrec::kCallbackLog)) << "the virus log's command, on the threat-log pipe";
-  ASSERT_TRUE(SendRecord(logrec::kCallbackLog.command, callbackOnCommandPipe));
+  ASSERT_TRUE(Send(wrongPipe, 1, logrec::Pipe::kThreatLog));
+  ASSERT_TRUE(Send(callbackOnCommandPipe, 1, logrec::Pipe::kCommandHandler));
 
   tagCln_Log cut = Filled(logrec::kDlpLog);
   CMsgSerializer message(logrec::kDlpLog.command, 1);
