@@ -20,6 +20,7 @@ struct World {
   std::unique_ptr<db::Database> database;
   std::unique_ptr<st::Store> store;
   std::unique_ptr<sig::Signer> signer;
+  std::unique_ptr<st::LogWriter> logs;
   std::unique_ptr<cmd::Context> context;
 
   World() {
@@ -34,7 +35,9 @@ struct World {
     signer = sig::Signer::Open(folder, &error);
     if (!signer) std::abort();
     std::filesystem::remove_all(folder);  // the keys stay loaded
-    context = std::make_unique<cmd::Context>(cmd::Context{*store, *signer});
+    logs = std::make_unique<st::LogWriter>(*database);
+    logs->Start();
+    context = std::make_unique<cmd::Context>(cmd::Context{*store, *signer, *logs});
   }
 };
 
