@@ -255,6 +255,35 @@ TEST_F(OnLog, TextsAreCutToTheirWidthNumbersConvertAsA32BitStrtol) {
   }
 }
 
+// Every text key of every log, one unit over its width: cut to the width,
+// its terminator inside.
+TEST_F(OnLog, EveryTextKeyIsCutToItsWidth) {
+  const struct {
+    int logType;
+    const Layout* layout;
+  } logs[] = {{1, &logrec::kVirusLog},           {17, &logrec::kUrlFilteringLog},
+              {23, &logrec::kDlpLog},            {24, &logrec::kDlpLog2},
+              {26, &logrec::kCallbackLog},       {27, &logrec::kRestoreItemResult},
+              {32, &logrec::kScanOperationLog},  {33, &logrec::kSuspiciousObjectLog}};
+  for (const auto& log : logs) {
+    std::string query = LogQuery(log.logType, *log.layout);
+    for (const logrec::Key& key : log.layout->keys) {
+      if (key.value == Value::kText && std::string(key.name) != "SoData") {
+        query += std::string("&") + key.name + "=" + std::string(key.width + 1u, 'w');
+      }
+    }
+    peer_.Clear();
+    ASSERT_EQ(host_.Send(InProcessHost::Post(query)).body, "1") << log.logType;
+    const peer::Message message = Received(log.layout == &logrec::kCallbackLog ? kThreatLogPipe : kCommandHandlerPipe);
+    for (std::size_t i = 0; i < log.layout->keys.size(); ++i) {
+      const logrec::Key& key = log.layout->keys[i];
+      if (key.value != Value::kText || std::string(key.name) == "SoData") continue;
+      EXPECT_EQ(peer::AsWString(message.fields.at(3 + i)), std::u16string(key.width, u'w')) << key.name;
+      EXPECT_EQ(message.fields.at(3 + i).size(), 2u * key.width + 2u) << key.name;
+    }
+  }
+}
+
 TEST_F(OnLog, FirewallCountersGoAsTheVersionOneCommand) {
   const std::u16string uid = plat::Widen(kUid);
   const struct {
