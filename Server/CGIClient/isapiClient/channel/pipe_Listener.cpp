@@ -24,6 +24,26 @@ bool WaitReady(plat::PipeServerEnd& end, const plat::Event& stop) {
   return plat::WaitForAny(handles, 2, plat::kInfinite) == plat::kWaitObject0;
 }
 
+// A request the listener has begun to read when it is told to stop is
+// finished if its sender finishes it soon: the sender counts a request as
+// delivered once its writes succeed, and only its close may still be
+// missing. A sender that dawdles past the grace loses its request.
+constexpr uint32_t kStopGraceMs = 2000;
+
+struct StopGrace {
+  bool started = false;
+  uint32_t start = 0;
+};
+
+bool WaitReadyOrGrace(plat::PipeServerEnd& end, const plat::Event& stop, StopGrace* grace) {
+  if (WaitReady(end, stop)) return true;
+  if (!grace->started) *grace = {true, plat::TickCount()};
+  const uint32_t spent = plat::TickCount() - grace->start;
+  if (spent >= kStopGraceMs) return false;
+  plat::WaitHandle ready = end.Ready();
+  return plat::WaitForAny(&ready, 1, kStopGraceMs - spent) == plat::kWaitObject0;
+}
+
 }  // namespace
 
 CPipeListener::CPipeListener(std::u16string name, uint32_t instances, Handler handler, std::size_t maxRequest)
@@ -66,14 +86,16 @@ bool CPipeListener::AwaitClient(Instance& instance, const plat::Event& stop) {
   return true;
 }
 
-// Reads until the client closes. False only when the listener stops.
+// Reads until the client closes. False only when the listener stops before
+// the client has finished.
 bool CPipeListener::ReadRequest(Instance& instance, const plat::Event& stop, PipeRequest* request) {
   uint8_t piece[kPieceBuffer];
+  StopGrace grace;
   for (;;) {
     uint32_t n = 0;
     bool ok = instance.end.Read(piece, sizeof piece, &n);
     if (!ok && plat::LastError() == plat::kErrorIoPending) {
-      if (!WaitReady(instance.end, stop)) {
+      if (!WaitReadyOrGrace(instance.end, stop, &grace)) {
         instance.end.Cancel();
         return false;
       }

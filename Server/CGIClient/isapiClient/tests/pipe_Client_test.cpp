@@ -1,8 +1,10 @@
 #include "channel/pipe_Client.h"
+#include "channel/pipe_Listener.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -99,3 +101,39 @@ TEST(PipeClient, BusyPipeIsWaitedForUntilAnInstanceIsFree) {
 }
 
 }  // namespace
+
+// A listener told to stop while a sender has written its request but not
+// yet closed still hands the request on once the close comes; a sender that
+// never closes is given up after a grace, so the stop is bounded.
+TEST(PipeListener, AStopFinishesARequestWhoseSenderClosesSoonAndBoundsOneThatNeverDoes) {
+  for (const bool closes : {true, false}) {
+    const std::u16string name = plat::testing::UniqueName("vgcr listener stop test");
+    std::vector<std::string> handed;
+    std::mutex mutex;
+    CPipeListener listener(name, 1, [&](PipeRequest&& request) {
+      std::lock_guard lock(mutex);
+      handed.emplace_back(request.bytes.begin(), request.bytes.end());
+    });
+    plat::Event stop;
+    ASSERT_TRUE(stop.Create(nullptr, false));
+    ASSERT_TRUE(listener.Start(stop));
+    CPipeClient client;
+    ASSERT_TRUE(client.Open(name.c_str()));
+    uint32_t size = 5;
+    ASSERT_TRUE(client.Send("hello", &size));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    stop.Set();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (closes) client.Close();
+    const auto start = std::chrono::steady_clock::now();
+    listener.Join();
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(took, std::chrono::seconds(5));
+    if (!closes) {
+      EXPECT_GT(took, std::chrono::milliseconds(1000)) << "the sender had its grace";
+    }
+    client.Close();
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(handed, closes ? std::vector<std::string>{"hello"} : std::vector<std::string>{}) << closes;
+  }
+}
