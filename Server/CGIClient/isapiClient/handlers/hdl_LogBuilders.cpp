@@ -79,14 +79,20 @@ constexpr LogRow kLogRows[] = {
 // without it.
 bool MissingKey(const LogRow& row, const Key& key, std::size_t position) {
   const WideName name(key.name);
-  if (row.traces == BuilderTraces::kEveryKey) VGCR_TRACE(73, u"%s - no parameter [%s]", row.builder, name.get());
-  if (!key.required) return true;
-  if (row.traces == BuilderTraces::kMissingByIndex) {
-    VGCR_TRACE(69, u"%s - Error: Invalid parameter - [%d]", row.builder, static_cast<int32_t>(position));
-  } else {
-    VGCR_TRACE(69, u"%s - Error: Invalid parameter - [%s]", row.builder, name.get());
+  switch (row.traces) {
+    case BuilderTraces::kEveryKey:
+      VGCR_TRACE(key.required ? 69 : 73, u"%s - no parameter [%s]", row.builder, name.get());
+      break;
+    case BuilderTraces::kMissingByIndex:
+      if (key.required) {
+        VGCR_TRACE(69, u"%s - Error: Invalid parameter - [%d]", row.builder, static_cast<int32_t>(position));
+      }
+      break;
+    case BuilderTraces::kMissingByName:
+      if (key.required) VGCR_TRACE(69, u"%s - Error: Invalid parameter - [%s]", row.builder, name.get());
+      break;
   }
-  return false;
+  return !key.required;
 }
 
 void ReadKey(const LogRow& row, const RequestParams& params, std::size_t position, tagCln_Log& record) {

@@ -1,5 +1,6 @@
 #include "isapi_OnLog.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "channel/cmdal_CmdAPI.h"
@@ -44,17 +45,20 @@ std::vector<std::u16string> SplitAtTabsAndCommas(const std::u16string& text) {
   return fields;
 }
 
-// A count: decimal digits (blanks before them allowed), read from at most
-// 20 characters as a 32-bit strtol, so a longer one saturates. A sign, or
-// anything else, makes the value malformed: counts are never negative.
+// A count: decimal digits, blanks (spaces, CR, LF) around them allowed,
+// read from at most 20 characters as a 32-bit strtol, so a longer one
+// saturates. A sign, or any other character, makes the value malformed:
+// counts are never negative.
 bool ParseCount(const std::u16string& field, int32_t* count) {
-  std::size_t start = 0;
-  while (start < field.size() && field[start] == u' ') ++start;
-  if (start == field.size()) return false;
-  for (std::size_t i = start; i < field.size(); ++i) {
+  const auto blank = [](char16_t c) { return c == u' ' || c == u'\r' || c == u'\n'; };
+  std::size_t start = 0, end = field.size();
+  while (start < end && blank(field[start])) ++start;
+  while (end > start && blank(field[end - 1])) --end;
+  if (start == end) return false;
+  for (std::size_t i = start; i < end; ++i) {
     if (field[i] < u'0' || field[i] > u'9') return false;
   }
-  const std::u16string head = field.substr(0, kCountDigits);
+  const std::u16string head = field.substr(start, std::min(end - start, kCountDigits));
   *count = plat::StrToLong(plat::ToUtf8(head).c_str());
   return true;
 }

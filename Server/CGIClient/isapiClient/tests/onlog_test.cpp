@@ -148,7 +148,7 @@ TEST_F(OnLog, RequiredKeysRefuseOptionalKeysStoreEmpty) {
     const Layout* layout;
     const char* drop;
     const char* body;
-    std::vector<std::string> lines;  // among the trace lines, in order
+    std::vector<std::string> lines;  // the builders' missing-key lines and the handler's own, in order
   } cases[] = {
       {1, &logrec::kVirusLog, "virus", "-5", {"RetrieveVirusLog - Error: Invalid parameter - [virus]"}},
       {1, &logrec::kVirusLog, "login", "1", {}},
@@ -172,9 +172,12 @@ TEST_F(OnLog, RequiredKeysRefuseOptionalKeysStoreEmpty) {
     TraceCapture capture;
     EXPECT_EQ(Get(LogQuery(c.logType, *c.layout, c.drop)).body, c.body);
     std::vector<std::string> seen;
-    for (const std::string& line : c.lines) {
-      for (const std::string& m : capture.Messages()) {
-        if (m == line) seen.push_back(m);
+    for (const std::string& m : capture.Messages()) {
+      for (const char* kind : {"Invalid parameter", "no parameter", "ProcessOnLog - "}) {
+        if (m.find(kind) != std::string::npos) {
+          seen.push_back(m);
+          break;
+        }
       }
     }
     EXPECT_EQ(seen, c.lines);
@@ -293,13 +296,14 @@ TEST_F(OnLog, FirewallCountersGoAsTheVersionOneCommand) {
   } cases[] = {
       {"fw,1,2,3,4,5,6", "1", {uid, u"0", u"1", u"2", u"3", u"4", u"5", u"6", u"fw", u"1"}},
       {"fw%091%092,3%094,5,6", "1", {uid, u"0", u"1", u"2", u"3", u"4", u"5", u"6", u"fw", u"1"}},
-      {",0,0,0,%2010,20,30", "1", {uid, u"0", u"0", u"0", u"0", u"10", u"20", u"30", u"", u"1"}},
+      {",0,0,0,%2010,20,30%0D%0A", "1", {uid, u"0", u"0", u"0", u"0", u"10", u"20", u"30", u"", u"1"}},
       {"fw,1,2,3,4,5,1234567890123456789012345", "1",
        {uid, u"0", u"1", u"2", u"3", u"4", u"5", u"2147483647", u"fw", u"1"}},
       {"fw,1,2,3,4,5", "-4", {}},
       {"fw,1,2,3,4,5,6,7", "-4", {}},
       {"fw,1,2,-3,4,5,6", "-4", {}},
       {"fw,1,2,x,4,5,6", "-4", {}},
+      {"fw,1,2,3 4,4,5,6", "-4", {}},
       {"fw,1,2,,4,5,6", "-4", {}},
       {nullptr, "-4", {}},
   };
