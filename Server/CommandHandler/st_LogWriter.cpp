@@ -1,8 +1,5 @@
 #include "st_LogWriter.h"
 
-#include <chrono>
-#include <ctime>
-
 #include "db_LogSchema.h"
 #include "svc_Log.h"
 
@@ -14,17 +11,7 @@ std::size_t LogRow::Bytes() const {
   return bytes;
 }
 
-std::string UtcNow() {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  std::tm utc{};
-  gmtime_r(&seconds, &utc);
-  char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", utc.tm_year + 1900, utc.tm_mon + 1,
-                utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(millis));
-  return text;
-}
+std::string UtcNow() { return svc::TimeText(true); }
 
 bool InsertLog(db::Database& database, const LogRow& row) {
   const logrec::Layout& layout = *row.layout;

@@ -11,5 +11,8 @@ void SetQuiet(bool quiet);
 void Log(std::string_view pipe, std::string_view command, std::string_view what);
 // Start-up, shut-down and failures of the service itself, on standard error.
 void Note(std::string_view what);
+// The current time as "YYYY-MM-DD hh:mm:ss.sss": local time for the log
+// lines, UTC for what the database keeps.
+std::string TimeText(bool utc);
 
 }  // namespace svc

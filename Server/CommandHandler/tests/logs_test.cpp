@@ -10,7 +10,7 @@
 
 #include "channel/ocl_Command.h"
 #include "handlers/hdl_Common.h"
-#include "log_fixture.h"
+#include "service_fixture.h"
 #include "platform/text.h"
 #include "raw_send.h"
 
@@ -51,7 +51,7 @@ std::string Column(DbProbe& db, const Layout& layout, const std::string& express
   return db.Value("SELECT " + expression + " FROM " + layout.table);
 }
 
-TEST_F(LogService, EveryLayoutStoresOneRowWithItsColumns) {
+TEST_F(InProcessService, EveryLayoutStoresOneRowWithItsColumns) {
   for (const Layout* layout : logrec::kLayouts) {
     tagCln_Log record = Filled(*layout);
     ASSERT_TRUE(Send(record)) << layout->table;
@@ -76,7 +76,7 @@ TEST_F(LogService, EveryLayoutStoresOneRowWithItsColumns) {
   }
 }
 
-TEST_F(LogService, BadLogsAreDroppedAndTheServiceGoesOn) {
+TEST_F(InProcessService, BadLogsAreDroppedAndTheServiceGoesOn) {
   tagCln_Log foreignType = Filled(logrec::kVirusLog);
   foreignType.recordType = logrec::kUrlFilteringLog.firstRecordType;
   tagCln_Log noUid = Filled(logrec::kVirusLog);
@@ -106,7 +106,7 @@ TEST_F(LogService, BadLogsAreDroppedAndTheServiceGoesOn) {
 
 // A log longer than a pipe message travels in a spill file; the service
 // reads it whole, on either pipe.
-TEST_F(LogService, AFileBackedLogArrivesWhole) {
+TEST_F(InProcessService, AFileBackedLogArrivesWhole) {
   std::u16string quote;
   for (std::size_t i = 0; i < logrec::kQuote; ++i) quote.push_back(static_cast<char16_t>(u'a' + i % 26));
   tagCln_Log dlp = Filled(logrec::kDlpLog);
@@ -125,7 +125,7 @@ TEST_F(LogService, AFileBackedLogArrivesWhole) {
 // Every log whose send succeeded is stored by the time Stop returns, however
 // many are still queued: here all of them, as a person with the shell holds
 // the database until the stop has begun.
-TEST_F(LogService, AcknowledgedLogsSurviveAStop) {
+TEST_F(InProcessService, AcknowledgedLogsSurviveAStop) {
   constexpr int kThreads = 8, kEach = 250;
   ASSERT_TRUE(db_->Exec("BEGIN IMMEDIATE"));
   std::atomic<int> acknowledged{0};
@@ -151,7 +151,7 @@ TEST_F(LogService, AcknowledgedLogsSurviveAStop) {
 
 // The latest firewall counts per client; a count that is not a plain decimal
 // number, or a uid of another length, is refused.
-TEST_F(LogService, FirewallCountsAreCheckedBeforeTheyAreStored) {
+TEST_F(InProcessService, FirewallCountsAreCheckedBeforeTheyAreStored) {
   struct Case {
     const char16_t* uid;
     const char16_t* thirdCount;

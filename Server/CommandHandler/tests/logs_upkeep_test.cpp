@@ -9,7 +9,7 @@
 
 #include "db_LogSchema.h"
 #include "db_Schema.h"
-#include "log_fixture.h"
+#include "service_fixture.h"
 #include "st_Retention.h"
 #include "svc_Admin.h"
 #include "svc_Export.h"
@@ -34,17 +34,17 @@ Pass Retain(db::Database& database, st::RetentionLimits limits, bool stopping = 
   return pass;
 }
 
-class Upkeep : public LogService {
+class Upkeep : public InProcessService {
  protected:
   void SetUp() override {
-    LogService::SetUp();
+    InProcessService::SetUp();
     std::string error;
     database_ = db::Database::Open(folder_ + "/cmdhandler.db", &error);
     ASSERT_TRUE(database_) << error;
   }
   void TearDown() override {
     database_.reset();
-    LogService::TearDown();
+    InProcessService::TearDown();
   }
   std::unique_ptr<db::Database> database_;
 };
@@ -169,11 +169,7 @@ TEST(LogMigration, AnEmptyOldTableIsMadeAgainOneWithRowsStopsTheStart) {
                                "NULL, release TEXT, record_type INTEGER, form TEXT, action TEXT);"
                                "INSERT INTO dlp_log (received, uid) VALUES ('2020-01-01', 'u')"));
   }
-  svc::Options options;
-  options.dataFolder = folder;
-  options.defaultsFolder = VGCR_DEFAULT_SECTIONS;
-  options.instances = 2;
-  options.quiet = true;
+  const svc::Options options = TestOptions(folder);
   std::string error;
   {
     svc::Service service;

@@ -9,6 +9,7 @@
 #include "channel/cmdal_CmdAPI.h"
 #include "channel/pipe_Client.h"
 #include "db_probe.h"
+#include "service_fixture.h"
 #include "raw_send.h"
 #include "channel/rec_Lifecycle.h"
 #include "channel/rec_Settings.h"
@@ -22,29 +23,10 @@
 namespace {
 
 constexpr char16_t kUid[] = u"6B29FC40-CA47-1067-B31D-00DD010662DA";
-constexpr char kUidText[] = "6B29FC40-CA47-1067-B31D-00DD010662DA";
+constexpr const char* kUidText = kLogUid;
 
-class Service : public ::testing::Test {
+class Service : public InProcessService {
  protected:
-  void SetUp() override {
-    SetChannelReplyTimeoutMs(3000);
-    folder_ = MakeTempFolder();
-    svc::Options options;
-    options.dataFolder = folder_;
-    options.defaultsFolder = VGCR_DEFAULT_SECTIONS;
-    options.instances = 4;
-    options.quiet = true;
-    std::string error;
-    ASSERT_TRUE(service_.Start(options, &error)) << error;
-    db_ = std::make_unique<DbProbe>(folder_ + "/cmdhandler.db");
-  }
-  void TearDown() override {
-    service_.Stop();
-    db_.reset();
-    RemoveFolder(folder_);
-    SetChannelReplyTimeoutMs(0);
-  }
-
   static bool Register(const char16_t* uid) {
     tagCln_CgiOnStart record;
     record.Put(*onstart::Find("uid"), uid);
@@ -65,10 +47,6 @@ class Service : public ::testing::Test {
     std::u16string text;
     return cmdal_GetMsCfg(uid, &text) ? text : u"<failed>";
   }
-
-  std::string folder_;
-  svc::Service service_;
-  std::unique_ptr<DbProbe> db_;
 };
 
 TEST_F(Service, SettingsComeFromDefaultsUntilAClientHasItsOwn) {

@@ -1,5 +1,5 @@
-// The service in this process with a data folder of its own, for the log
-// tests; a test may restart it with other options.
+// The service in this process with a data folder of its own; a test may
+// restart it with other options.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,7 +15,18 @@
 
 inline constexpr char kLogUid[] = "6B29FC40-CA47-1067-B31D-00DD010662DA";
 
-class LogService : public ::testing::Test {
+// What the tests start the service with: the shipped sections, few
+// listeners, no line per command.
+inline svc::Options TestOptions(const std::string& folder) {
+  svc::Options options;
+  options.dataFolder = folder;
+  options.defaultsFolder = VGCR_DEFAULT_SECTIONS;
+  options.instances = 4;
+  options.quiet = true;
+  return options;
+}
+
+class InProcessService : public ::testing::Test {
  protected:
   void SetUp() override {
     SetChannelReplyTimeoutMs(3000);
@@ -31,11 +42,7 @@ class LogService : public ::testing::Test {
   }
   void Restart(const std::function<void(svc::Options&)>& adjust) {
     service_.Stop();
-    svc::Options options;
-    options.dataFolder = folder_;
-    options.defaultsFolder = VGCR_DEFAULT_SECTIONS;
-    options.instances = 4;
-    options.quiet = true;
+    svc::Options options = TestOptions(folder_);
     adjust(options);
     std::string error;
     ASSERT_TRUE(service_.Start(options, &error)) << error;
