@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -292,40 +290,6 @@ TEST_F(System, TheMemoryGuardTurnsRepliesIntoMinus38AndBack) {
   }
   EXPECT_EQ(answer.rfind("[Polling_Response]", 0), 0u) << answer;
   EXPECT_EQ(Child({VGCR_GUARD, "clear"}).Wait(), 0);
-}
-
-TEST_F(System, ALargeLogTravelsThroughASpillFileAndIsStoredWhole) {
-  StartHost(false);
-  const std::string head = LogReport(23, logrec::kDlpLog) + "&originalstring=";
-  const std::string body = head + std::string(49152 - head.size(), 'q');
-  const std::string answer = httptest::Exchange(
-      host_->port(), "POST /vigilcrest/cgi/isapiClient.dll HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n"
-                     "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
-                         std::to_string(body.size()) + "\r\n\r\n" + body);
-  EXPECT_EQ(Body(answer), "1");
-  EXPECT_EQ(db_->WaitFor("SELECT length(originalstring) FROM dlp_log", "32767"), "32767");
-}
-
-// Every log a client was answered "1" for is in the database once the
-// service has stopped cleanly, however many arrived at once.
-TEST_F(System, NoAnsweredLogIsLostAcrossACleanStop) {
-  StartHost(false);
-  constexpr int kThreads = 8, kEach = 60;
-  std::atomic<int> answered{0};
-  std::vector<std::thread> clients;
-  for (int t = 0; t < kThreads; ++t) {
-    clients.emplace_back([&, t] {
-      for (int i = 0; i < kEach; ++i) {
-        char uid[40];
-        std::snprintf(uid, sizeof uid, "3F2504E0-4F89-11D3-9A0C-%012d", t * 1000 + i);
-        if (Ask(LogReport(1, logrec::kVirusLog, uid)) == "1") ++answered;
-      }
-    });
-  }
-  for (auto& client : clients) client.join();
-  EXPECT_EQ(answered.load(), kThreads * kEach);
-  ASSERT_EQ(service_.Stop(), 0);
-  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM virus_log"), std::to_string(answered.load()));
 }
 
 // How long one request takes, and its answer.
