@@ -53,26 +53,27 @@ bool SendDataScanOPLog(tagCln_Log& record) {
 }
 
 constexpr BuilderCodes kOneOrFail{1, 1, 0};       // only 1 lets the record go
-constexpr BuilderCodes kOneZeroOrFail{1, 0, -1};  // 1 complete, 0 partial
+constexpr BuilderCodes kOneZeroOrFail{1, 0, -1};  // 1 complete, 0 partial: both go
 constexpr BuilderCodes kOneOrMinusOne{1, 1, -1};
 
 constexpr LogRow kLogRows[] = {
-    {1, 5, &logrec::kVirusLog, u"RetrieveVirusLog", BuilderTraces::kMissingByName, kOneOrFail, false, false,
-     nullptr, nullptr, nullptr},
-    {17, 17, &logrec::kUrlFilteringLog, u"RetrieveUrlFilteringLog", BuilderTraces::kMissingByName, kOneOrFail,
-     false, false, nullptr, nullptr, nullptr},
-    {23, 23, &logrec::kDlpLog, u"RetrieveDlpLog", BuilderTraces::kMissingByName, kOneZeroOrFail, true, false,
-     nullptr, nullptr, nullptr},
-    {24, 25, &logrec::kDlpLog2, u"RetrieveDlpLog2", BuilderTraces::kMissingByName, kOneZeroOrFail, true, true,
-     nullptr, nullptr, nullptr},
-    {26, 26, &logrec::kCallbackLog, u"RetrieveCCCALog", BuilderTraces::kEveryKey, kOneOrFail, false, false,
-     nullptr, nullptr, nullptr},
-    {27, 27, &logrec::kRestoreItemResult, u"RetrieveRestoreItemResult", BuilderTraces::kMissingByName, kOneOrFail,
-     false, false, nullptr, nullptr, nullptr},
-    {32, 32, &logrec::kScanOperationLog, u"RetrieveScanOPLog", BuilderTraces::kMissingByName, kOneZeroOrFail, true,
-     false, nullptr, nullptr, SendDataScanOPLog},
-    {33, 33, &logrec::kSuspiciousObjectLog, u"RetrieveSuspiciousObjFileLog", BuilderTraces::kMissingByIndex,
-     kOneOrMinusOne, false, false, CheckFileSha1, u"%s - SUSPICIOUSOBJECT_FILESHA1 Error:[%d]", nullptr},
+    {.firstLogType = 1, .lastLogType = 5, .layout = &logrec::kVirusLog, .builder = u"RetrieveVirusLog",
+     .traces = BuilderTraces::kMissingByName, .codes = kOneOrFail},
+    {.firstLogType = 17, .lastLogType = 17, .layout = &logrec::kUrlFilteringLog, .builder = u"RetrieveUrlFilteringLog",
+     .traces = BuilderTraces::kMissingByName, .codes = kOneOrFail},
+    {.firstLogType = 23, .lastLogType = 23, .layout = &logrec::kDlpLog, .builder = u"RetrieveDlpLog",
+     .traces = BuilderTraces::kMissingByName, .codes = kOneZeroOrFail},
+    {.firstLogType = 24, .lastLogType = 25, .layout = &logrec::kDlpLog2, .builder = u"RetrieveDlpLog2",
+     .traces = BuilderTraces::kMissingByName, .codes = kOneZeroOrFail, .tracesType = true},
+    {.firstLogType = 26, .lastLogType = 26, .layout = &logrec::kCallbackLog, .builder = u"RetrieveCCCALog",
+     .traces = BuilderTraces::kEveryKey, .codes = kOneOrFail},
+    {.firstLogType = 27, .lastLogType = 27, .layout = &logrec::kRestoreItemResult,
+     .builder = u"RetrieveRestoreItemResult", .traces = BuilderTraces::kMissingByName, .codes = kOneOrFail},
+    {.firstLogType = 32, .lastLogType = 32, .layout = &logrec::kScanOperationLog, .builder = u"RetrieveScanOPLog",
+     .traces = BuilderTraces::kMissingByName, .codes = kOneZeroOrFail, .send = SendDataScanOPLog},
+    {.firstLogType = 33, .lastLogType = 33, .layout = &logrec::kSuspiciousObjectLog,
+     .builder = u"RetrieveSuspiciousObjFileLog", .traces = BuilderTraces::kMissingByIndex, .codes = kOneOrMinusOne,
+     .check = CheckFileSha1, .failureTrace = u"%s - SUSPICIOUSOBJECT_FILESHA1 Error:[%d]"},
 };
 
 // A key that is absent: traced as the row says; true when the log may go

@@ -18,11 +18,12 @@ enum class BuilderTraces : uint8_t {
 };
 
 // A builder's answer when every key was there, when only optional keys were
-// missing, and when a required one was.
+// missing, and when a required one was. The first two let the log go.
 struct BuilderCodes {
   int32_t complete;
   int32_t partial;
   int32_t missing;
+  bool Succeeded(int32_t code) const { return code == complete || code == partial; }
 };
 
 struct LogRow {
@@ -31,15 +32,14 @@ struct LogRow {
   const char16_t* builder;  // the builder's name in its traces
   BuilderTraces traces;
   BuilderCodes codes;
-  bool zeroIsSuccess;       // 0 lets the record go as well as 1
-  bool tracesType;          // "ProcessOnLog - type=%d" before the builder runs
+  bool tracesType = false;  // "ProcessOnLog - type=%d" before the builder runs
   // A further check of the filled record: 1 when it is good, else the
-  // builder's answer. Null: none.
-  int32_t (*check)(const logrec::tagCln_Log& record);
-  // The failure line the handler writes with the builder's answer. Null: none.
-  const char16_t* failureTrace;
-  // Sends the record. Null: SendLogRecord.
-  bool (*send)(logrec::tagCln_Log& record);
+  // builder's answer.
+  int32_t (*check)(const logrec::tagCln_Log& record) = nullptr;
+  // The failure line the handler writes with the builder's answer.
+  const char16_t* failureTrace = nullptr;
+  // Sends the record; null: SendLogRecord.
+  bool (*send)(logrec::tagCln_Log& record) = nullptr;
 };
 
 // The row of a log type; null for a type the intake does not handle.

@@ -74,7 +74,7 @@ HandlerResult SendLog(const ClientIdentity& identity, const RequestParams& param
   record.recordType = recordType;
   if (row->tracesType) VGCR_TRACE(73, u"%s - type=%d", kHandlerName, identity.functionType);
   const int32_t code = RunLogBuilder(*row, params, record);
-  if (code != 1 && !(code == 0 && row->zeroIsSuccess)) {
+  if (!row->codes.Succeeded(code)) {
     if (row->failureTrace) VGCR_TRACE(69, row->failureTrace, kHandlerName, code);
     return kResultNotDelivered;
   }
