@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -109,6 +110,24 @@ class System : public ::testing::Test {
   }
 
   std::string Ask(const std::string& query) { return Body(Get(host_->port(), query)); }
+
+  // SIGSTOP, then waits until every thread of the service has stopped: on a
+  // busy machine a thread already woken may otherwise run on for a while.
+  void FreezeService() {
+    service_.Signal(SIGSTOP);
+    const std::string tasks = "/proc/" + std::to_string(service_.pid()) + "/task";
+    for (int i = 0; i < 500; ++i) {
+      bool frozen = true;
+      for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+        const std::string stat = ReadFile(task.path().string() + "/stat");
+        const std::size_t end = stat.rfind(')');
+        if (end == std::string::npos || stat.compare(end + 2, 1, "T") != 0) frozen = false;
+      }
+      if (frozen) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ADD_FAILURE() << "the service did not stop";
+  }
 
   // Registers kUid and waits until its row is there (the registration is
   // one way: the client is answered before the service has stored it).
@@ -314,7 +333,7 @@ TEST_F(System, AStoppedServiceIsAnsweredMinus5AtOnceAndRecoveryFollowsItsRestart
 TEST_F(System, ASlowServiceIsBoundedByTheReplyTimeout) {
   StartHost(false);
   ASSERT_NO_FATAL_FAILURE(RegisterClient());
-  service_.Signal(SIGSTOP);
+  FreezeService();
   std::string answer;
   const double took = Seconds([&] { answer = Ask(Poll(kUid)); });
   service_.Signal(SIGCONT);
@@ -334,7 +353,7 @@ TEST_F(System, ASlowServiceIsBoundedByTheReplyTimeout) {
 TEST_F(System, AServiceKilledBeforeItAnswersCostsOneRequestOnly) {
   StartHost(false);
   ASSERT_NO_FATAL_FAILURE(RegisterClient());
-  service_.Signal(SIGSTOP);
+  FreezeService();
   std::string answer;
   double took = 0;
   std::thread request([&] { took = Seconds([&] { answer = Ask(Poll(kUid)); }); });
