@@ -73,6 +73,11 @@ curl '$url?requestid=101&uid=$uid&date=20261122&time=093000&computer=MY-PC&platf
 curl '$url?requestid=207&functiontype=1&uid=$uid'
 sqlite3 -line $(pwd)/var/cmdhandler.db "SELECT uid, computer, ip, release, first_seen, last_seen FROM clients"
 
+Report a virus log and read it back:
+
+curl '$url?requestid=110&functiontype=1&uid=$uid&release=14.0.1&date=2026-11-23&time=09:30:00&virus=Eicar_test_file&file=eicar.com&firstaction=2'
+$build/Server/CommandHandler/vgcr-cmdhandler --data var export-logs virus_log
+
 A signed reply: add the certificate's name (vgcr-cmdhandler --print-identity --data var)
 as SA_ISR, SA_SN and a number as SA_RN; README.md shows how.
 Ctrl-C stops both.
