@@ -1,6 +1,7 @@
 #include "req_RequestParams.h"
 
 #include <cstring>
+#include <random>
 #include <memory>
 
 #include "platform/codepage.h"
@@ -55,10 +56,21 @@ char CopyDecoded(const char* in, std::size_t length, std::size_t* at, const char
 
 }  // namespace
 
+// The buckets are placed by a hash keyed per process: with a fixed hash, a
+// client could send names that all land in one bucket and make every
+// insertion walk the others. Names still match without regard to case,
+// which is all that clients can see.
 std::size_t RequestParams::NameHash::operator()(const std::string& name) const {
-  std::size_t hash = 0;
-  for (char c : name) hash = hash * 33 + Upper(static_cast<unsigned char>(c));
-  return hash;
+  static const uint64_t key = [] {
+    std::random_device random;
+    return (uint64_t{random()} << 32) ^ random() ^ 0xcbf29ce484222325u;
+  }();
+  uint64_t hash = key;
+  for (char c : name) hash = (hash ^ Upper(static_cast<unsigned char>(c))) * 0x100000001b3u;
+  hash ^= hash >> 33;
+  hash *= 0xff51afd7ed558ccdu;
+  hash ^= hash >> 33;
+  return static_cast<std::size_t>(hash);
 }
 
 bool RequestParams::NameEqual::operator()(const std::string& a, const std::string& b) const {
@@ -75,7 +87,7 @@ void RequestParams::Parse(const char* text, std::size_t length) {
     char stop = CopyDecoded(text, length, &at, "=&", &name);
     value.clear();
     if (stop == '=') stop = CopyDecoded(text, length, &at, "&#", &value);
-    map_.insert_or_assign(name, value);
+    if (map_.size() < kMaxParameters || map_.count(name) != 0) map_.insert_or_assign(name, value);
     if (stop == '#') break;
   }
 }

@@ -12,6 +12,11 @@
 
 class RequestParams {
  public:
+  // Distinct names one request may carry; later new names are ignored (a
+  // name already present still takes its later value). The largest request
+  // a client sends has under 60.
+  static constexpr std::size_t kMaxParameters = 256;
+
   // Parses name=value pairs joined by '&', in place over a writable copy:
   // '+' is a space, "%XY" the byte 16*X+Y (a non-hex digit counts 65535,
   // modulo 256), a '%' with fewer than two bytes behind it ends the string,
@@ -34,7 +39,8 @@ class RequestParams {
   std::size_t size() const { return map_.size(); }
   void clear() { map_.clear(); }
 
-  // Case-blind hash: hash * 33 + upper-case byte, from 0.
+  // Case-blind and keyed per process (the bucket placement is ours; only the
+  // matching rule is the clients' business).
   struct NameHash {
     std::size_t operator()(const std::string& name) const;
   };

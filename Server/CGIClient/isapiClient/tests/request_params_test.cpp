@@ -91,3 +91,18 @@ TEST(RequestParams, ValuesReadBackAsUtf8) {
 }
 
 }  // namespace
+
+// A request carries at most kMaxParameters distinct names: the rest are
+// dropped, while a name already held still takes its later value. Names that
+// a fixed hash would put in one bucket cost no more than any others.
+TEST(RequestParams, DistinctNamesAreCappedAndRepeatsStillReplace) {
+  std::string text;
+  for (std::size_t i = 0; i < RequestParams::kMaxParameters + 100; ++i) text += "n" + std::to_string(i) + "=v&";
+  text += "n0=last&requestid=101";
+  RequestParams params;
+  params.Parse(text);
+  EXPECT_EQ(params.size(), RequestParams::kMaxParameters);
+  EXPECT_EQ(*params.Lookup("N0"), "last");
+  EXPECT_EQ(params.Lookup("requestid"), nullptr) << "a new name past the cap";
+  EXPECT_EQ(params.Lookup(("n" + std::to_string(RequestParams::kMaxParameters)).c_str()), nullptr);
+}
