@@ -28,6 +28,10 @@ class CisapiClientExtension : public CIsapiExtensionBase {
   bool AdapterModeSeen() const { return adapterModeSeen_.load() != 0; }
   // Tests move the clock of the guards.
   void SetTickSource(TickSource source) { tick_ = source; }
+  // Tests: a step run right after a request's token is set on its worker,
+  // and the adapter-mode flag set or cleared as an adapter request would.
+  void SetTokenSetHook(void (*hook)()) { tokenSetHook_ = hook; }
+  void SetAdapterModeSeen(bool seen) { adapterModeSeen_ = seen ? 1 : 0; }
 
   void DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) override;
 
@@ -40,6 +44,7 @@ class CisapiClientExtension : public CIsapiExtensionBase {
   GuardCaches guards_;
   std::atomic<uint8_t> adapterModeSeen_{0};
   TickSource tick_ = nullptr;
+  void (*tokenSetHook_)() = nullptr;
 };
 
 CisapiClientExtension& TheExtension();

@@ -4,10 +4,11 @@
 
 bool CHttpRequest::Initialize(EXTENSION_CONTROL_BLOCK* ecb, uint32_t maxFormSize) {
   ecb_ = ecb;
-  const char* type = ecb->lpszContentType ? ecb->lpszContentType : "";
-  const char* form = "application/x-www-form-urlencoded";
-  const bool isForm = std::strncmp(type, form, std::strlen(form)) == 0;
-  return !(isForm && ecb->cbTotalBytes > maxFormSize);
+  // Every POST body is parsed as a form, whatever type it claims to be, so
+  // every one obeys the form's limit; a body of unknown length (chunked)
+  // announces 0xFFFFFFFF and is over it too.
+  const bool post = ecb->lpszMethod != nullptr && std::strcmp(ecb->lpszMethod, "POST") == 0;
+  return !(post && ecb->cbTotalBytes > maxFormSize);
 }
 
 bool CHttpRequest::ReadClient(void* buffer, uint32_t* size) {

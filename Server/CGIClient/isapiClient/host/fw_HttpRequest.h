@@ -12,8 +12,8 @@ class CHttpRequest {
  public:
   static constexpr uint32_t kMaxFormSize = 49152;
 
-  // False when a form body (application/x-www-form-urlencoded) announces
-  // more than maxFormSize bytes: such a request is not served.
+  // False when a POST body, of whatever content type, announces more than
+  // maxFormSize bytes: such a request is not served.
   bool Initialize(EXTENSION_CONTROL_BLOCK* ecb, uint32_t maxFormSize);
 
   const char* Method() const { return ecb_->lpszMethod ? ecb_->lpszMethod : ""; }

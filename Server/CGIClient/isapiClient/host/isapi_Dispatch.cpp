@@ -107,16 +107,21 @@ void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
   const bool asynchronous = !(ecb->lpszPathTranslated &&
                               std::strncmp(ecb->lpszPathTranslated, kAdapterEventPrefix,
                                            std::strlen(kAdapterEventPrefix)) == 0);
+  // Whether this request's token is checked is read once: an adapter request
+  // setting the flag between the set and the revert must not leave this
+  // worker, and every later request on it, under the caller's token.
+  const bool checkToken = adapterModeSeen_.load() == 0;
   {
     CHttpRequest request;
     CHttpResponse response(ecb);
     response.SetStatusCode(200);
     if (!request.Initialize(ecb, CHttpRequest::kMaxFormSize)) {
       response.CompleteWithError(500);
-    } else if (!adapterModeSeen_.load() && !plat::SetThreadToken(request.ImpersonationToken())) {
+    } else if (checkToken && !plat::SetThreadToken(request.ImpersonationToken())) {
       response.CompleteWithError(500, 24);
     } else {
-      if (!adapterModeSeen_.load() && !plat::RevertToSelf()) plat::RaiseAccessViolation();
+      if (checkToken && tokenSetHook_) tokenSetHook_();
+      if (checkToken && !plat::RevertToSelf()) plat::RaiseAccessViolation();
       if (CheckMemoryThreshold(guards_, tick_ ? tick_ : plat::TickCount)) {
         VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] Server is over memory usage threshold, return %d",
                    kResultOverMemory);

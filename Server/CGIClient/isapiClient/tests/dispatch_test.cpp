@@ -16,6 +16,7 @@
 #include "inprocess_host.h"
 #include "platform/event.h"
 #include "platform/process.h"
+#include "platform/thread_token.h"
 #include "trace_sink.h"
 
 namespace {
@@ -84,6 +85,45 @@ TEST_F(Dispatch, APostBodyCutShortIsParsedAsFarAsItCame) {
   request.preload = 4;            // and most of it comes through ReadClient
   Response response = Send(request);
   EXPECT_EQ(response.body, "-2");
+}
+
+// Every POST body is parsed as a form, so every one obeys the form limit,
+// whatever its content type says.
+TEST_F(Dispatch, EveryPostBodyObeysTheFormLimitWhateverItsType) {
+  for (const char* type : {"application/x-www-form-urlencoded", "Application/X-WWW-Form-Urlencoded", "text/plain",
+                           "multipart/form-data; boundary=x", ""}) {
+    for (const std::size_t size : {std::size_t{49152}, std::size_t{49153}}) {
+      std::string body = "requestid=206&pad=";
+      body.resize(size, 'a');
+      Request request = InProcessHost::Post(body);
+      request.contentType = type;
+      const Response response = Send(request);
+      EXPECT_EQ(response.status, size > 49152 ? 500 : 200) << type << " " << size;
+      if (size <= 49152) {
+        EXPECT_EQ(response.body, "-2") << type;
+      }
+    }
+  }
+}
+
+// An adapter request may set the adapter-mode flag while an IIS-mode worker
+// sits between setting its caller's token and reverting: the worker must
+// revert all the same.
+TEST_F(Dispatch, AnAdapterRequestDuringTheTokenCheckLeavesNoWorkerImpersonating) {
+  Request request = InProcessHost::Get("requestid=206");
+  void* token = plat::CreateImpersonationToken();
+  request.impersonationToken = token;
+  isapi::Exchange exchange(std::move(request));
+  TheExtension().SetTokenSetHook([] { TheExtension().SetAdapterModeSeen(true); });
+  TheExtension().DispatchStencilCall(exchange.Ecb());  // on this thread, as a worker would
+  const bool impersonating = plat::IsImpersonating();
+  plat::RevertToSelf();
+  TheExtension().SetTokenSetHook(nullptr);
+  TheExtension().SetAdapterModeSeen(false);
+  exchange.WaitDone(5000);
+  plat::CloseImpersonationToken(token);
+  EXPECT_FALSE(impersonating);
+  EXPECT_EQ(exchange.TakeResponse().body, "-2");
 }
 
 uint32_t g_fakeTick = 0;

@@ -4,9 +4,21 @@
 
 namespace plat {
 
-// Requests on POSIX hosts run under the host's own identity.
-bool SetThreadToken(void*) { return true; }
-bool RevertToSelf() { return true; }
+namespace {
+thread_local bool impersonating = false;
+}  // namespace
+
+// Requests on POSIX hosts run under the host's own identity; what a thread
+// would be running under is tracked so that the logic reads the same.
+bool SetThreadToken(void* token) {
+  impersonating = token != nullptr;
+  return true;
+}
+bool RevertToSelf() {
+  impersonating = false;
+  return true;
+}
+bool IsImpersonating() { return impersonating; }
 
 void RaiseAccessViolation() { std::abort(); }
 

@@ -9,6 +9,13 @@ namespace plat {
 bool SetThreadToken(void* token) { return ::SetThreadToken(nullptr, token) != FALSE; }
 bool RevertToSelf() { return ::RevertToSelf() != FALSE; }
 
+bool IsImpersonating() {
+  HANDLE token = nullptr;
+  if (!::OpenThreadToken(::GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) return false;
+  ::CloseHandle(token);
+  return true;
+}
+
 void RaiseAccessViolation() {
   ::RaiseException(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_NONCONTINUABLE, 0, nullptr);
   std::abort();
