@@ -39,7 +39,8 @@ BOOL CisapiClientExtension::GetExtensionVersion(HSE_VERSION_INFO* version) {
   adapterModeSeen_ = 0;
   if (!FrameworkGetExtensionVersion(version)) return FALSE;
   if (HasCriticalError()) return TRUE;
-  if (InitializeThreadPool(CThreadPool::DefaultWorkerCount())) return TRUE;
+  const unsigned workers = CThreadPool::DefaultWorkerCount();
+  if (InitializeThreadPool(workers, CThreadPool::DefaultQueueLimit(workers))) return TRUE;
   UninitializeFramework();
   return SetCriticalIsapiError(kThreadPoolFailedResourceId);
 }

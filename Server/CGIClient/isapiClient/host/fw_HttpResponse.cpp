@@ -1,6 +1,7 @@
 #include "fw_HttpResponse.h"
 
 #include <cstring>
+#include <string>
 
 #include "platform/text.h"
 
@@ -75,6 +76,18 @@ bool CHttpResponse::Flush() {
   bool ok = WriteToClient(buffer_.data(), buffer_.size());
   buffer_.clear();
   return ok;
+}
+
+void CHttpResponse::CompleteBusy(uint32_t retryAfterSeconds) {
+  if (headersSent_) return;
+  const std::string seconds = std::to_string(retryAfterSeconds);
+  buffer_.clear();
+  headers_.clear();
+  status_ = 503;
+  SetHeader("Content-Type", "text/html");
+  SetHeader("Retry-After", seconds.c_str());
+  buffer_ = "<html><body>The server is too busy; try again later.</body></html>";
+  Flush();
 }
 
 void CHttpResponse::CompleteWithError(int status, int subStatus) {

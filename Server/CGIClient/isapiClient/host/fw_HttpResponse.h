@@ -33,6 +33,9 @@ class CHttpResponse {
   // 500 sub-status 24 (token failure) or 503 (a reply that could not be
   // signed, or a handler asking the client to back off).
   void CompleteWithError(int status, int subStatus = 0);
+  // 503 with "Retry-After: <seconds>": the server is too busy to take the
+  // request now.
+  void CompleteBusy(uint32_t retryAfterSeconds);
   bool HeadersSent() const { return headersSent_; }
 
  private:

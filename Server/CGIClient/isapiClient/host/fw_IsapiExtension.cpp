@@ -19,17 +19,29 @@ BOOL CIsapiExtensionBase::SetCriticalIsapiError(uint32_t resourceId) {
 
 void CIsapiExtensionBase::UninitializeFramework() { pool_.Shutdown(); }
 
-bool CIsapiExtensionBase::InitializeThreadPool(unsigned workers) {
-  return pool_.Initialize(workers, [this](EXTENSION_CONTROL_BLOCK* ecb) { DispatchStencilCall(ecb); });
+bool CIsapiExtensionBase::InitializeThreadPool(unsigned workers, std::size_t maxQueued) {
+  return pool_.Initialize(workers, [this](EXTENSION_CONTROL_BLOCK* ecb) { DispatchStencilCall(ecb); }, maxQueued);
 }
 
 DWORD CIsapiExtensionBase::FrameworkHttpExtensionProc(EXTENSION_CONTROL_BLOCK* ecb) {
-  if (HasCriticalError() || !pool_.QueueRequest(ecb)) {
+  const CThreadPool::Queued queued = HasCriticalError() ? CThreadPool::Queued::kStopped : pool_.QueueRequest(ecb);
+  if (queued == CThreadPool::Queued::kYes) return HSE_STATUS_PENDING;
+  if (queued == CThreadPool::Queued::kFull) {
+    refusedForLoad_.fetch_add(1, std::memory_order_relaxed);
+    AnswerBusy(ecb);
+  } else {
     AnswerCriticalError(ecb);
-    AnsweredWithoutWorker(ecb);
-    return HSE_STATUS_SUCCESS;
   }
-  return HSE_STATUS_PENDING;
+  AnsweredWithoutWorker(ecb);
+  return HSE_STATUS_SUCCESS;
+}
+
+void CIsapiExtensionBase::AnswerBusy(EXTENSION_CONTROL_BLOCK* ecb) {
+  static std::atomic<uint32_t> spread{0};
+  // A cheap spread: successive refusals get successive seconds of 5 to 15.
+  const uint32_t seconds = 5 + (spread.fetch_add(7, std::memory_order_relaxed) % 11);
+  CHttpResponse response(ecb);
+  response.CompleteBusy(seconds);
 }
 
 void CIsapiExtensionBase::AnswerCriticalError(EXTENSION_CONTROL_BLOCK* ecb) {

@@ -27,10 +27,14 @@ class CIsapiExtensionBase {
   BOOL SetCriticalIsapiError(uint32_t resourceId);
   void UninitializeFramework();
 
-  bool InitializeThreadPool(unsigned workers);
+  bool InitializeThreadPool(unsigned workers, std::size_t maxQueued);
   // Queues the request for a worker and returns HSE_STATUS_PENDING; in the
-  // critical-error state, answers the error page at once instead.
+  // critical-error state, answers the error page at once instead, and with
+  // the queue full answers 503 with a Retry-After of 5 to 15 s (spread, so
+  // that refused clients do not all come back at once).
   DWORD FrameworkHttpExtensionProc(EXTENSION_CONTROL_BLOCK* ecb);
+  // Requests refused because the queue was full, since start.
+  uint64_t RefusedForLoad() const { return refusedForLoad_.load(std::memory_order_relaxed); }
   // Stops the pool (joining its workers).
   BOOL FrameworkTerminateExtension(DWORD flags);
 
@@ -47,7 +51,9 @@ class CIsapiExtensionBase {
 
  private:
   void AnswerCriticalError(EXTENSION_CONTROL_BLOCK* ecb);
+  void AnswerBusy(EXTENSION_CONTROL_BLOCK* ecb);
 
   CThreadPool pool_;
   std::atomic<uint32_t> criticalError_{0};
+  std::atomic<uint64_t> refusedForLoad_{0};
 };

@@ -13,9 +13,18 @@ unsigned CThreadPool::DefaultWorkerCount() {
   return (processors ? processors : 1) * kWorkersPerProcessor;
 }
 
-bool CThreadPool::Initialize(unsigned workers, Work work) {
-  if (workers == 0 || !threads_.empty()) return false;
+std::size_t CThreadPool::DefaultQueueLimit(unsigned workers) {
+  if (const char* configured = std::getenv("VGCR_QUEUE_LIMIT")) {
+    int n = std::atoi(configured);
+    if (n > 0 && n <= 1000000) return static_cast<std::size_t>(n);
+  }
+  return std::size_t{workers} * kQueuedPerWorker;
+}
+
+bool CThreadPool::Initialize(unsigned workers, Work work, std::size_t maxQueued) {
+  if (workers == 0 || maxQueued == 0 || !threads_.empty()) return false;
   work_ = std::move(work);
+  maxQueued_ = maxQueued;
   stopping_ = false;
   try {
     for (unsigned i = 0; i < workers; ++i) threads_.emplace_back([this] { Run(); });
@@ -26,14 +35,15 @@ bool CThreadPool::Initialize(unsigned workers, Work work) {
   return true;
 }
 
-bool CThreadPool::QueueRequest(EXTENSION_CONTROL_BLOCK* ecb) {
+CThreadPool::Queued CThreadPool::QueueRequest(EXTENSION_CONTROL_BLOCK* ecb) {
   {
     std::lock_guard lock(mutex_);
-    if (stopping_ || threads_.empty()) return false;
+    if (stopping_ || threads_.empty()) return Queued::kStopped;
+    if (queue_.size() >= maxQueued_) return Queued::kFull;
     queue_.push_back(ecb);
   }
   wake_.notify_one();
-  return true;
+  return Queued::kYes;
 }
 
 void CThreadPool::Run() {

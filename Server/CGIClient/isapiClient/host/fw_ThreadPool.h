@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -14,9 +15,12 @@ class CThreadPool {
  public:
   using Work = std::function<void(EXTENSION_CONTROL_BLOCK*)>;
 
-  // Starts `workers` threads that run `work` on each queued request.
-  bool Initialize(unsigned workers, Work work);
-  bool QueueRequest(EXTENSION_CONTROL_BLOCK* ecb);
+  enum class Queued { kYes, kStopped, kFull };
+
+  // Starts `workers` threads that run `work` on each queued request; at
+  // most `maxQueued` requests wait for a worker.
+  bool Initialize(unsigned workers, Work work, std::size_t maxQueued);
+  Queued QueueRequest(EXTENSION_CONTROL_BLOCK* ecb);
   // Stops taking requests, lets the workers finish what is queued, joins them.
   void Shutdown();
   unsigned WorkerCount() const { return static_cast<unsigned>(threads_.size()); }
@@ -26,6 +30,14 @@ class CThreadPool {
   // processors busy (docs/performance.md has the measurement).
   static constexpr unsigned kWorkersPerProcessor = 16;
   static unsigned DefaultWorkerCount();
+  // Requests that may wait for a worker, per worker: 1,024 with the default
+  // 32 workers of two processors. Saturated, the pool answers about 4,000
+  // heartbeats a second, so a full queue is a quarter of a second of waiting,
+  // far inside any client's time-out, while a smaller bound turned away
+  // clients that would have been served in time (docs/performance.md).
+  static constexpr unsigned kQueuedPerWorker = 32;
+  // $VGCR_QUEUE_LIMIT, else kQueuedPerWorker per worker.
+  static std::size_t DefaultQueueLimit(unsigned workers);
 
  private:
   void Run();
@@ -34,6 +46,7 @@ class CThreadPool {
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<EXTENSION_CONTROL_BLOCK*> queue_;
+  std::size_t maxQueued_ = 0;
   bool stopping_ = false;
   std::vector<std::thread> threads_;
 };
