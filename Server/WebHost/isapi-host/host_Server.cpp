@@ -127,6 +127,17 @@ MHD_Result Dispatch(Context& context, const char* method) {
   return MHD_YES;
 }
 
+// A request refused before the extension sees it. It is answered at once,
+// before its body is read, and the connection is closed after the answer:
+// nothing of a body refused for its size is read.
+MHD_Result Refuse(MHD_Connection* connection, int refusal) {
+  switch (refusal) {
+    case MHD_HTTP_URI_TOO_LONG: return QueueText(connection, MHD_HTTP_URI_TOO_LONG, "request line too long\n");
+    case MHD_HTTP_NOT_FOUND: return QueueText(connection, MHD_HTTP_NOT_FOUND, "not found\n");
+    default: return QueueText(connection, MHD_HTTP_CONTENT_TOO_LARGE, "body too large\n");
+  }
+}
+
 MHD_Result Access(void*, MHD_Connection* connection, const char* url, const char* method, const char*,
                   const char* uploadData, size_t* uploadSize, void** contextSlot) {
   auto* context = static_cast<Context*>(*contextSlot);
@@ -139,25 +150,21 @@ MHD_Result Access(void*, MHD_Connection* connection, const char* url, const char
     if (context->refusal == 0 && length && std::strtoull(length, nullptr, 10) > options.maxBody) {
       context->refusal = MHD_HTTP_CONTENT_TOO_LARGE;
     }
-    return MHD_YES;
+    return context->refusal != 0 ? Refuse(connection, context->refusal) : MHD_YES;
   }
+  if (context->refusal != 0) return MHD_NO;  // answered already: drop the rest
   if (*uploadSize != 0) {
-    if (context->refusal == 0) {
-      if (context->body.size() + *uploadSize > options.maxBody) {
-        context->refusal = MHD_HTTP_CONTENT_TOO_LARGE;
-        context->body.clear();
-      } else {
-        context->body.append(uploadData, *uploadSize);
-      }
+    if (context->body.size() + *uploadSize > options.maxBody) {
+      // A body of no announced length (chunked) that grows past the limit:
+      // the library answers only before a body is read or once it is whole,
+      // so the connection is closed without an answer rather than read on.
+      context->refusal = MHD_HTTP_CONTENT_TOO_LARGE;
+      std::string().swap(context->body);
+      return MHD_NO;
     }
+    context->body.append(uploadData, *uploadSize);
     *uploadSize = 0;
     return MHD_YES;
-  }
-  switch (context->refusal) {
-    case MHD_HTTP_URI_TOO_LONG: return QueueText(connection, MHD_HTTP_URI_TOO_LONG, "request line too long\n");
-    case MHD_HTTP_NOT_FOUND: return QueueText(connection, MHD_HTTP_NOT_FOUND, "not found\n");
-    case MHD_HTTP_CONTENT_TOO_LARGE: return QueueText(connection, MHD_HTTP_CONTENT_TOO_LARGE, "body too large\n");
-    default: break;
   }
   if (!context->dispatched) return Dispatch(*context, method);
   return QueueExtensionAnswer(*context);  // resumed: the extension is done

@@ -1,6 +1,11 @@
 // isapi-host over real HTTP, with the real extension module.
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -62,6 +67,33 @@ TEST(IsapiHost, LimitsAnswerWithClearErrors) {
                                                      "Connection: close\r\nContent-Length: 200\r\n\r\n" + big);
   EXPECT_EQ(Status(tooLarge), 413);
   EXPECT_EQ(Status(Get(host.port(), "requestid=206&pad=" + std::string(400, 'p'))), 414);
+  EXPECT_EQ(Body(Get(host.port(), "requestid=206")), "-2") << "and it goes on serving";
+}
+
+// A body refused for its size is not read: announced, it is answered 413
+// before the client has sent it and the connection closed after the answer;
+// chunked, the connection is closed as soon as it grows past the limit.
+TEST(IsapiHost, ARefusedBodyIsAnsweredAtOnceAndNotRead) {
+  Host host({"--max-body", "100"});
+  ASSERT_TRUE(host.ready());
+  for (const char* framing : {"Content-Length: 40000000\r\n", "Transfer-Encoding: chunked\r\n"}) {
+    const int fd = httptest::Connect(host.port());
+    ASSERT_GE(fd, 0);
+    std::string head = std::string("POST /vigilcrest/cgi/isapiClient.dll HTTP/1.1\r\nHost: x\r\n") + framing + "\r\n";
+    // Chunked: 300 bytes, past the limit; the announced length: nothing of it.
+    if (std::string(framing).find("chunked") != std::string::npos) head += "12c\r\n" + std::string(300, 'b') + "\r\n";
+    ASSERT_EQ(::send(fd, head.data(), head.size(), MSG_NOSIGNAL), static_cast<ssize_t>(head.size()));
+    timeval wait{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    std::string answer;
+    char buffer[4096];
+    ssize_t n;
+    while ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) answer.append(buffer, static_cast<std::size_t>(n));
+    const bool chunked = std::string(framing).find("chunked") != std::string::npos;
+    EXPECT_TRUE(n == 0 || (n < 0 && errno == ECONNRESET)) << "closed by the host, not by the time-out: " << framing;
+    EXPECT_EQ(Status(answer), chunked ? 0 : 413) << framing;
+    ::close(fd);
+  }
   EXPECT_EQ(Body(Get(host.port(), "requestid=206")), "-2") << "and it goes on serving";
 }
 
