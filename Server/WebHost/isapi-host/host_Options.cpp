@@ -7,9 +7,14 @@ std::string Usage() {
   return "usage: isapi-host --extension PATH --listen ADDR:PORT [--adapter]\n"
          "                  [--max-body BYTES] [--max-request-line BYTES] [--timeout SECONDS]\n"
          "                  [--threads N] [--path URL-PATH]\n"
+         "                  [--max-connections N] [--max-per-address N]\n"
          "Serves an ISAPI extension at /vigilcrest/cgi/isapiClient.dll (or --path).\n"
          "IIS mode by default: requests complete asynchronously; --adapter calls the\n"
-         "extension synchronously without path-info, as an Apache adapter does.\n";
+         "extension synchronously without path-info, as an Apache adapter does.\n"
+         "Defaults: --max-body 30000000, --max-request-line 131072, --timeout 30 (idle\n"
+         "seconds), --threads 4, --max-connections 10000, --max-per-address 512 (many\n"
+         "agents may share one address behind NAT); a connection over either limit is\n"
+         "closed at once.\n";
 }
 
 namespace {
@@ -65,6 +70,14 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
     } else if (std::strcmp(arg, "--threads") == 0) {
       if (!need("a count") || !Number(value, 256, &n)) return *message = "bad --threads", false;
       o->threads = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--max-connections") == 0) {
+      if (!need("a count") || !Number(value, 1000000, &n)) return *message = "bad --max-connections", false;
+      o->maxConnections = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--max-per-address") == 0) {
+      if (!need("a count") || !Number(value, 1000000, &n)) return *message = "bad --max-per-address", false;
+      o->maxPerAddress = static_cast<uint32_t>(n);
       ++i;
     } else if (std::strcmp(arg, "--path") == 0) {
       if (!need("a URL path")) return false;

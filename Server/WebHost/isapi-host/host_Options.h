@@ -13,6 +13,11 @@ struct HostOptions {
   uint32_t maxRequestLine = 131072;   // a start registration at every limit is ~57 KiB
   uint32_t timeoutSeconds = 30;       // an idle or slow connection is dropped
   uint32_t threads = 4;               // HTTP threads (IIS mode)
+  // Connections held at once, and from one client address. Agents behind
+  // one NAT or proxy share an address, so the per-address limit is wide and
+  // the total carries the load (docs/host.md).
+  uint32_t maxConnections = 10000;
+  uint32_t maxPerAddress = 512;
   std::string path = "/vigilcrest/cgi/isapiClient.dll";
 };
 

@@ -185,23 +185,28 @@ bool HostServer::Start(std::string* message) {
     return false;
   }
   const size_t memoryLimit = options_.maxRequestLine + 65536;
+  const unsigned connections = options_.maxConnections;
+  const unsigned perAddress = options_.maxPerAddress;
+  const unsigned timeout = options_.timeoutSeconds;
   unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG;
   if (options_.adapter) {
-    // An adapter calls the extension on the connection's own thread.
-    flags |= MHD_USE_THREAD_PER_CONNECTION;
+    // An adapter calls the extension on the connection's own thread; poll,
+    // not select, so that descriptors past 1024 work, and small stacks, so
+    // that thousands of idle connections cost little.
+    flags |= MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL;
+    daemon_ = MHD_start_daemon(flags, options_.port, nullptr, nullptr, &Access, this, MHD_OPTION_SOCK_ADDR, &addr,
+                               MHD_OPTION_URI_LOG_CALLBACK, &UriLog, this, MHD_OPTION_NOTIFY_COMPLETED, &Completed,
+                               nullptr, MHD_OPTION_CONNECTION_TIMEOUT, timeout, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+                               memoryLimit, MHD_OPTION_CONNECTION_LIMIT, connections,
+                               MHD_OPTION_PER_IP_CONNECTION_LIMIT, perAddress, MHD_OPTION_THREAD_STACK_SIZE,
+                               size_t{512} << 10, MHD_OPTION_END);
   } else {
     flags |= MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME;
-  }
-  if (options_.adapter) {
     daemon_ = MHD_start_daemon(flags, options_.port, nullptr, nullptr, &Access, this, MHD_OPTION_SOCK_ADDR, &addr,
                                MHD_OPTION_URI_LOG_CALLBACK, &UriLog, this, MHD_OPTION_NOTIFY_COMPLETED, &Completed,
-                               nullptr, MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(options_.timeoutSeconds),
-                               MHD_OPTION_CONNECTION_MEMORY_LIMIT, memoryLimit, MHD_OPTION_END);
-  } else {
-    daemon_ = MHD_start_daemon(flags, options_.port, nullptr, nullptr, &Access, this, MHD_OPTION_SOCK_ADDR, &addr,
-                               MHD_OPTION_URI_LOG_CALLBACK, &UriLog, this, MHD_OPTION_NOTIFY_COMPLETED, &Completed,
-                               nullptr, MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(options_.timeoutSeconds),
-                               MHD_OPTION_CONNECTION_MEMORY_LIMIT, memoryLimit, MHD_OPTION_THREAD_POOL_SIZE,
+                               nullptr, MHD_OPTION_CONNECTION_TIMEOUT, timeout, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+                               memoryLimit, MHD_OPTION_CONNECTION_LIMIT, connections,
+                               MHD_OPTION_PER_IP_CONNECTION_LIMIT, perAddress, MHD_OPTION_THREAD_POOL_SIZE,
                                static_cast<unsigned>(options_.threads), MHD_OPTION_END);
   }
   if (daemon_ == nullptr) {

@@ -1,5 +1,6 @@
 // isapi-host: serves an ISAPI extension over HTTP/1.1 on Linux.
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -32,6 +33,13 @@ int main(int argc, char** argv) {
   if (!module.GetExtensionVersion(&version)) {
     std::fprintf(stderr, "isapi-host: the extension refused to start (GetExtensionVersion)\n");
     return 1;
+  }
+  // Thousands of connections need as many descriptors: take what the
+  // system allows this process.
+  rlimit files{};
+  if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
   }
   struct sigaction action {};
   action.sa_handler = &OnSignal;

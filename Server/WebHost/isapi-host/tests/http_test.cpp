@@ -1,11 +1,15 @@
 // isapi-host over real HTTP, with the real extension module.
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -95,6 +99,62 @@ TEST(IsapiHost, ARefusedBodyIsAnsweredAtOnceAndNotRead) {
     ::close(fd);
   }
   EXPECT_EQ(Body(Get(host.port(), "requestid=206")), "-2") << "and it goes on serving";
+}
+
+// A connection from a loopback address of its own that sends the start of
+// a request and then nothing more.
+int OpenHalfSent(uint16_t port, const std::string& source) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in from{};
+  from.sin_family = AF_INET;
+  inet_pton(AF_INET, source.c_str(), &from.sin_addr);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof from) != 0 ||
+      ::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  const std::string start = "GET /vigilcrest/cgi/isapiClient.dll?requestid=206 HTTP/1.1\r\nHost: x\r\n";
+  ::send(fd, start.data(), start.size(), MSG_NOSIGNAL);
+  return fd;
+}
+
+// Thousands of idle, half-sent requests, from many addresses or from one,
+// do not keep a normal client waiting: the total capacity holds the first,
+// the per-address limit turns the second away.
+TEST(IsapiHost, IdleHalfSentRequestsDoNotKeepANormalClientWaiting) {
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  files.rlim_cur = files.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &files);
+  ASSERT_GT(files.rlim_cur, 2200u) << "the test needs descriptors";
+  for (const bool adapter : {false, true}) {
+    Host host(adapter ? std::vector<std::string>{"--adapter"} : std::vector<std::string>{});
+    ASSERT_TRUE(host.ready());
+    const struct {
+      const char* label;
+      int count;
+      bool manyAddresses;
+    } loads[] = {{"2,000 from 2,000 addresses", 2000, true}, {"1,500 from one address", 1500, false}};
+    for (const auto& load : loads) {
+      std::vector<int> idle;
+      for (int i = 0; i < load.count; ++i) {
+        const std::string source = load.manyAddresses
+                                       ? "127.0." + std::to_string(1 + i / 250) + "." + std::to_string(1 + i % 250)
+                                       : std::string("127.0.0.2");
+        const int fd = OpenHalfSent(host.port(), source);
+        if (fd >= 0) idle.push_back(fd);
+      }
+      const auto start = std::chrono::steady_clock::now();
+      EXPECT_EQ(Body(Get(host.port(), "requestid=206")), "-2") << load.label << (adapter ? ", adapter" : ", IIS");
+      EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << load.label;
+      for (int fd : idle) ::close(fd);
+    }
+    EXPECT_EQ(host.Stop(), 0);
+  }
 }
 
 TEST(IsapiHost, TheDefaultsAdmitTheLongestRegistration) {
