@@ -7,14 +7,17 @@ std::string Usage() {
   return "usage: isapi-host --extension PATH --listen ADDR:PORT [--adapter]\n"
          "                  [--max-body BYTES] [--max-request-line BYTES] [--timeout SECONDS]\n"
          "                  [--threads N] [--path URL-PATH]\n"
-         "                  [--max-connections N] [--max-per-address N]\n"
+         "                  [--max-connections N] [--max-per-address N] [--stop-grace SECONDS]\n"
          "Serves an ISAPI extension at /vigilcrest/cgi/isapiClient.dll (or --path).\n"
          "IIS mode by default: requests complete asynchronously; --adapter calls the\n"
          "extension synchronously without path-info, as an Apache adapter does.\n"
          "Defaults: --max-body 30000000, --max-request-line 131072, --timeout 30 (idle\n"
          "seconds), --threads 4, --max-connections 10000, --max-per-address 512 (many\n"
          "agents may share one address behind NAT); a connection over either limit is\n"
-         "closed at once.\n";
+         "closed at once. On SIGINT or SIGTERM it stops accepting, gives requests in\n"
+         "flight --stop-grace seconds (30), unloads the extension, which waits for its\n"
+         "workers (each request is bounded by its own pipe waits), and only then closes\n"
+         "the connections.\n";
 }
 
 namespace {
@@ -78,6 +81,10 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
     } else if (std::strcmp(arg, "--max-per-address") == 0) {
       if (!need("a count") || !Number(value, 1000000, &n)) return *message = "bad --max-per-address", false;
       o->maxPerAddress = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--stop-grace") == 0) {
+      if (!need("seconds") || !Number(value, 3600, &n)) return *message = "bad --stop-grace", false;
+      o->stopGraceSeconds = static_cast<uint32_t>(n);
       ++i;
     } else if (std::strcmp(arg, "--path") == 0) {
       if (!need("a URL path")) return false;

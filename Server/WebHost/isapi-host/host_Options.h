@@ -18,6 +18,9 @@ struct HostOptions {
   // the total carries the load (docs/host.md).
   uint32_t maxConnections = 10000;
   uint32_t maxPerAddress = 512;
+  // On SIGTERM: how long requests in flight may finish before the extension
+  // is unloaded (which waits for its workers in any case).
+  uint32_t stopGraceSeconds = 30;
   std::string path = "/vigilcrest/cgi/isapiClient.dll";
 };
 

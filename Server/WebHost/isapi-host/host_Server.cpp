@@ -216,13 +216,21 @@ bool HostServer::Start(std::string* message) {
   return true;
 }
 
-void HostServer::Stop(uint32_t graceMs) {
+void HostServer::Quiesce(uint32_t graceMs) {
   if (daemon_ == nullptr) return;
   MHD_quiesce_daemon(daemon_);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(graceMs);
+  WaitIdle(graceMs);
+}
+
+void HostServer::WaitIdle(uint32_t ms) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
   while (inFlight_.load() > 0 && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
+}
+
+void HostServer::Stop() {
+  if (daemon_ == nullptr) return;
   MHD_stop_daemon(daemon_);
   daemon_ = nullptr;
 }

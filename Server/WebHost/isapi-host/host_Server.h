@@ -15,8 +15,15 @@ class HostServer {
   HostServer(const HostOptions& options, isapi::Module& module) : options_(options), module_(module) {}
   ~HostServer();
   bool Start(std::string* message);
-  // Stops accepting, waits (up to graceMs) for the requests in flight, stops.
-  void Stop(uint32_t graceMs);
+  // Stops accepting and waits (up to graceMs) for the requests in flight.
+  void Quiesce(uint32_t graceMs);
+  // Waits (up to ms) until no request is in flight: answers the workers
+  // have finished still have to be sent.
+  void WaitIdle(uint32_t ms);
+  // Closes every connection. Only once no worker of the extension holds a
+  // request any more (after TerminateExtension): a suspended connection's
+  // control block is the worker's until it says it is done.
+  void Stop();
   int InFlight() const { return inFlight_.load(); }
 
   // For the daemon's callbacks.

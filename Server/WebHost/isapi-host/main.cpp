@@ -60,8 +60,12 @@ int main(int argc, char** argv) {
   while (!g_stop) pause();
   std::printf("isapi-host: stopping\n");
   std::fflush(stdout);
-  // Requests in flight end within the extension's own reply bound.
-  server.Stop(30000);
+  // Requests in flight end within the extension's own pipe waits; the
+  // extension's stop joins its workers, and only then may the connections
+  // whose control blocks they held go.
+  server.Quiesce(options.stopGraceSeconds * 1000);
   module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
+  server.WaitIdle(2000);  // the last answers on their way out
+  server.Stop();
   return 0;
 }
