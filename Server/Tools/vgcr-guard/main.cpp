@@ -15,6 +15,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/errors.h"
 #include "platform/shared_memory.h"
 
 #if defined(_WIN32)
@@ -30,7 +31,11 @@ int Usage() {
   std::fprintf(stderr,
                "usage: vgcr-guard memory OVER [COUNT [SECONDS]]\n"
                "       vgcr-guard disk STATUS [SECONDS [COUNT]]\n"
-               "       vgcr-guard clear | show\n");
+               "       vgcr-guard clear | show\n"
+               "POSIX: the records are /dev/shm files of mode 0644 owned by whoever publishes\n"
+               "them; the extension trusts one only when root, its own user or\n"
+               "$VGCR_GUARD_OWNER (a uid) owns it and nobody else may write it. A record\n"
+               "another user owns is refused here too: remove it (as root) first.\n");
   return 2;
 }
 
@@ -46,7 +51,8 @@ int Publish(const char16_t* name, const uint32_t words[3]) {
   plat::SharedMemory record;
   void* view = nullptr;
   if (!record.Create(name, 12) || (view = record.Map(12, plat::MapAccess::kReadWrite)) == nullptr) {
-    std::fprintf(stderr, "vgcr-guard: cannot publish the record\n");
+    std::fprintf(stderr, "vgcr-guard: cannot publish the record (error %u%s)\n", plat::LastError(),
+                 plat::LastError() == plat::kErrorAccessDenied ? ": it belongs to another user" : "");
     return 1;
   }
   std::memcpy(view, words, 12);

@@ -1,7 +1,5 @@
 #include "grd_Guards.h"
 
-#include <cstring>
-
 #include "platform/errors.h"
 #include "platform/shared_memory.h"
 #include "support/dbg_Trace.h"
@@ -33,13 +31,10 @@ bool CheckMemoryThreshold(GuardCaches& c, TickSource now) {
   if (!record.Open(kMemThresholdRecord, plat::MapAccess::kAll)) {
     VGCR_TRACE(69, u"[CisapiClientExtension::CheckMemoryThreshold] OpenFileMapping is failed, err = %d",
                plat::LastError());
-  } else if (const void* view = record.Map(12, plat::MapAccess::kAll); view == nullptr) {
+  } else if (uint32_t words[3]; !record.Read(words, sizeof words)) {
     VGCR_TRACE(69, u"[CisapiClientExtension::CheckMemoryThreshold] MapViewOfFile is failed, err =  %d",
                plat::LastError());
   } else {
-    uint32_t words[3];
-    std::memcpy(words, view, sizeof words);
-    record.Unmap();
     c.memOverThreshold = words[0];
     c.memCheckCount = words[1];
     c.memMonitorInterval = words[2] * 1000;
@@ -65,14 +60,10 @@ void CheckDiskThreshold(GuardCaches& c, TickSource now, uint32_t* slot) {
   plat::SharedMemory record;
   if (!record.Open(kDiskThresholdRecord, plat::MapAccess::kReadWrite)) {
     VGCR_TRACE(69, u"%s - ::OpenFileMapping failed with Windows error code:[%d].", kCheckDisk, plat::LastError());
-  } else if (const void* view = record.Map(12, plat::MapAccess::kReadWrite); view == nullptr) {
+  } else if (uint32_t words[3]; !record.Read(words, sizeof words)) {
     VGCR_TRACE(69, u"%s - ::MapViewOfFile failed with Windows error code:[%d].", kCheckDisk, plat::LastError());
   } else {
-    uint32_t status = 0, frequency = 0, count = 0;
-    std::memcpy(&status, static_cast<const char*>(view), 4);
-    std::memcpy(&frequency, static_cast<const char*>(view) + 4, 4);
-    std::memcpy(&count, static_cast<const char*>(view) + 8, 4);
-    record.Unmap();
+    const uint32_t status = words[0], frequency = words[1], count = words[2];
     c.diskThresholdStatus = status;
     c.diskMonitorInterval = frequency * 1000;
     c.diskCheckCount = count;

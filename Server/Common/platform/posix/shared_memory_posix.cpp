@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 
 #include "platform/errors.h"
@@ -31,7 +32,16 @@ bool ShmName(const char16_t* name, std::string* out) {
   return true;
 }
 
-int OpenFlags(MapAccess access) { return access == MapAccess::kRead ? O_RDONLY : O_RDWR; }
+// Who may have written a record: root, this process's user, or the
+// monitor's user named by $VGCR_GUARD_OWNER; nobody else may be able to.
+bool Trusted(const struct stat& st) {
+  if (st.st_mode & (S_IWGRP | S_IWOTH)) return false;
+  if (st.st_uid == 0 || st.st_uid == ::geteuid()) return true;
+  const char* owner = std::getenv("VGCR_GUARD_OWNER");
+  char* end = nullptr;
+  const unsigned long uid = owner ? std::strtoul(owner, &end, 10) : 0;
+  return owner && *owner && end && *end == '\0' && uid == st.st_uid;
+}
 
 }  // namespace
 
@@ -41,13 +51,20 @@ bool SharedMemory::Open(const char16_t* name, MapAccess access) {
   Close();
   std::string shm;
   if (!ShmName(name, &shm)) return false;
-  int fd = ::shm_open(shm.c_str(), OpenFlags(access) | O_CLOEXEC, 0);
+  (void)access;  // read-only whatever is asked: readers never write
+  int fd = ::shm_open(shm.c_str(), O_RDONLY | O_CLOEXEC, 0);
   if (fd < 0) {
     SetLastError(ErrorFromErrno(errno));
     return false;
   }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !Trusted(st)) {
+    ::close(fd);
+    SetLastError(kErrorAccessDenied);
+    return false;
+  }
   handle_ = fd;
-  access_ = access;
+  access_ = MapAccess::kRead;
   return true;
 }
 
@@ -61,7 +78,19 @@ bool SharedMemory::Create(const char16_t* name, uint32_t size) {
     return false;
   }
   struct stat st {};
-  if (::fstat(fd, &st) != 0 || (st.st_size < static_cast<off_t>(size) && ::ftruncate(fd, size) != 0)) {
+  if (::fstat(fd, &st) != 0) {
+    SetLastError(ErrorFromErrno(errno));
+    ::close(fd);
+    return false;
+  }
+  // Somebody else's record would not be trusted by the readers; ours gets
+  // the mode they accept whatever the umask or an earlier mode was.
+  if (st.st_uid != ::geteuid() || ::fchmod(fd, 0644) != 0) {
+    SetLastError(kErrorAccessDenied);
+    ::close(fd);
+    return false;
+  }
+  if (st.st_size < static_cast<off_t>(size) && ::ftruncate(fd, size) != 0) {
     SetLastError(ErrorFromErrno(errno));
     ::close(fd);
     return false;
@@ -96,6 +125,24 @@ void* SharedMemory::Map(uint32_t size, MapAccess access) {
   view_ = view;
   viewSize_ = size;
   return view;
+}
+
+bool SharedMemory::Read(void* out, uint32_t size) {
+  if (handle_ == kNoHandle) {
+    SetLastError(kErrorInvalidHandle);
+    return false;
+  }
+  uint32_t done = 0;
+  while (done < size) {
+    const ssize_t n = ::pread(handle_, static_cast<char*>(out) + done, size - done, done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      SetLastError(kErrorAccessDenied);  // shorter than asked, or unreadable
+      return false;
+    }
+    done += static_cast<uint32_t>(n);
+  }
+  return size != 0;
 }
 
 void SharedMemory::Unmap() {

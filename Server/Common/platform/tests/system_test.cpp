@@ -18,6 +18,9 @@
 #if defined(_WIN32)
 #include <windows.h>
 #else
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #endif
 
@@ -36,15 +39,53 @@ TEST(SharedMemory, PublishedRecordIsReadByName) {
 
   SharedMemory reader;
   ASSERT_TRUE(reader.Open(name.c_str(), MapAccess::kAll)) << LastError();
-  const auto* seen = static_cast<const uint32_t*>(reader.Map(12, MapAccess::kAll));
-  ASSERT_NE(seen, nullptr);
+  uint32_t seen[3] = {};
+  ASSERT_TRUE(reader.Read(seen, sizeof seen)) << LastError();
   EXPECT_EQ(seen[0], 1u);
   EXPECT_EQ(seen[1], 200u);
   EXPECT_EQ(seen[2], 2u);
+  uint32_t more[4];
+  EXPECT_FALSE(reader.Read(more, sizeof more)) << "past the record's end";
   reader.Close();
   publisher.Close();
   SharedMemory::Remove(name.c_str());
 }
+
+#if !defined(_WIN32)
+// A record the server obeys must come from someone it trusts: one that its
+// group or others may write is refused, and so is one shrunk under a reader
+// (read, it fails instead of faulting). As root, one that another user owns
+// is refused too.
+TEST(SharedMemory, ARecordAnyoneCouldWriteIsNotTrusted) {
+  const std::u16string name = u"Global\\" + testing::UniqueName("VGCR_TEST_TRUST");
+  const std::string path = "/dev/shm/" + ToUtf8(name.substr(7));
+  SharedMemory publisher;
+  ASSERT_TRUE(publisher.Create(name.c_str(), 12)) << LastError();
+  struct stat st {};
+  ASSERT_EQ(::stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0644u) << "the mode readers accept";
+
+  SharedMemory reader;
+  uint32_t words[3];
+  for (const mode_t mode : {0664, 0646, 0666}) {
+    ASSERT_EQ(::chmod(path.c_str(), mode), 0);
+    EXPECT_FALSE(reader.Open(name.c_str(), MapAccess::kAll)) << std::oct << mode;
+    EXPECT_EQ(LastError(), kErrorAccessDenied);
+  }
+  ASSERT_EQ(::chmod(path.c_str(), 0644), 0);
+  ASSERT_TRUE(reader.Open(name.c_str(), MapAccess::kAll));
+  ASSERT_EQ(::truncate(path.c_str(), 4), 0);
+  EXPECT_FALSE(reader.Read(words, sizeof words)) << "shrunk: no fault, a failure";
+  reader.Close();
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown(path.c_str(), 4321, 4321), 0);
+    EXPECT_FALSE(reader.Open(name.c_str(), MapAccess::kAll)) << "another user's record";
+    EXPECT_FALSE(publisher.Create(name.c_str(), 12)) << "nor published over";
+  }
+  publisher.Close();
+  SharedMemory::Remove(name.c_str());
+}
+#endif
 
 TEST(TempFile, NameKeepsThreeLettersOfThePrefixAndEndsInTmp) {
   std::u16string folder;

@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <cstring>
+
 #include "platform/errors.h"
 #include "platform/shared_memory.h"
 #include "wide.h"
@@ -39,6 +41,14 @@ void* SharedMemory::Map(uint32_t size, MapAccess access) {
   view_ = ::MapViewOfFile(handle_, MapRights(access), 0, 0, size);
   viewSize_ = view_ ? size : 0;
   return view_;
+}
+
+bool SharedMemory::Read(void* out, uint32_t size) {
+  const void* view = Map(size, access_);
+  if (view == nullptr) return false;
+  std::memcpy(out, view, size);
+  Unmap();
+  return true;
 }
 
 void SharedMemory::Unmap() {
