@@ -11,7 +11,7 @@ std::string Usage() {
          "Serves an ISAPI extension at /vigilcrest/cgi/isapiClient.dll (or --path).\n"
          "IIS mode by default: requests complete asynchronously; --adapter calls the\n"
          "extension synchronously without path-info, as an Apache adapter does.\n"
-         "Defaults: --max-body 30000000, --max-request-line 131072, --timeout 30 (idle\n"
+         "Defaults: --max-body 30000000, --max-request-line 65536, --timeout 30 (idle\n"
          "seconds), --threads 4, --max-connections 10000, --max-per-address 512 (many\n"
          "agents may share one address behind NAT); a connection over either limit is\n"
          "closed at once. On SIGINT or SIGTERM it stops accepting, gives requests in\n"
@@ -63,7 +63,7 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
       if (!need("a size") || !Number(value, UINT64_MAX, &o->maxBody)) return *message = "bad --max-body", false;
       ++i;
     } else if (std::strcmp(arg, "--max-request-line") == 0) {
-      if (!need("a size") || !Number(value, 16u << 20, &n)) return *message = "bad --max-request-line", false;
+      if (!need("a size") || !Number(value, 1u << 20, &n)) return *message = "bad --max-request-line", false;
       o->maxRequestLine = static_cast<uint32_t>(n);
       ++i;
     } else if (std::strcmp(arg, "--timeout") == 0) {

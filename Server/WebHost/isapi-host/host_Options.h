@@ -10,7 +10,7 @@ struct HostOptions {
   uint16_t port = 8080;
   bool adapter = false;
   uint64_t maxBody = 30000000;        // as IIS's default request limit
-  uint32_t maxRequestLine = 131072;   // a start registration at every limit is ~57 KiB
+  uint32_t maxRequestLine = 65536;    // a start registration at every limit is ~57 KiB
   uint32_t timeoutSeconds = 30;       // an idle or slow connection is dropped
   uint32_t threads = 4;               // HTTP threads (IIS mode)
   // Connections held at once, and from one client address. Agents behind

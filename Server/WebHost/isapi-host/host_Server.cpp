@@ -184,7 +184,12 @@ bool HostServer::Start(std::string* message) {
     *message = "cannot listen on " + options_.address + ": not an IPv4 address";
     return false;
   }
-  const size_t memoryLimit = options_.maxRequestLine + 65536;
+  // The library keeps a record of about 80 bytes for every argument of the
+  // query (a target of L bytes may hold L / 2 of them) in the connection's
+  // memory, beside the request line and the headers; when that runs out it
+  // cannot even answer, and the client waits for the idle time-out. The
+  // memory is reserved, not touched, until a request needs it.
+  const size_t memoryLimit = size_t{48} * options_.maxRequestLine + 65536;
   const unsigned connections = options_.maxConnections;
   const unsigned perAddress = options_.maxPerAddress;
   const unsigned timeout = options_.timeoutSeconds;
