@@ -24,6 +24,13 @@ if(VGCR_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(VGCR_TSAN)
+  # ThreadSanitizer: the pool, the listeners, the log writer and the guards
+  # share state between threads by design.
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
+
 option(VGCR_LIBFUZZER "Build fuzz targets with libFuzzer (clang only)" OFF)
 if(VGCR_LIBFUZZER)
   # Coverage for libFuzzer in every library the targets link; another

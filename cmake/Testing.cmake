@@ -26,6 +26,10 @@ function(vgcr_add_gtest name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LOCKS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   vgcr_target_defaults(${name})
+  if(VGCR_SANITIZE OR VGCR_TSAN)
+    # Bounds on how soon something happens allow for the sanitizers' pace.
+    target_compile_definitions(${name} PRIVATE VGCR_SANITIZED=1)
+  endif()
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
   # LOCKS: machine-wide names the program uses (pipe names on Windows,
   # shared-memory records), so that ctest never runs two users at once.

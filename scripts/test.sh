@@ -13,7 +13,7 @@ ensure_packages \
   gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix \
   wine wine64
 
-presets=(${VGCR_PRESETS:-linux linux-asan windows})
+presets=(${VGCR_PRESETS:-linux linux-asan linux-tsan windows})
 for preset in "${presets[@]}"; do
   echo "== $preset: configure and build"
   cmake --preset "$preset" >/dev/null

@@ -187,13 +187,15 @@ BOOL WINAPI Exchange::ServerSupportFunction(HCONN conn, DWORD request, LPVOID bu
 void Exchange::MarkDone() {
   std::function<void()> callback;
   {
+    // Notified under the lock: a waiter that sees the request done may
+    // destroy this exchange, its condition variable with it, at once.
     std::lock_guard lock(mutex_);
     if (response_.done) return;
     response_.done = true;
     callback = onDone_;
+    doneSignal_.notify_all();
   }
-  doneSignal_.notify_all();
-  if (callback) callback();
+  if (callback) callback();  // a copy: the exchange may be gone by now
 }
 
 bool Exchange::WaitDone(uint32_t timeoutMs) {

@@ -4,11 +4,20 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace httptest {
+
+// How soon "at once" is: a sanitizer build runs every thread and request
+// several times slower.
+#if defined(VGCR_SANITIZED)
+inline constexpr std::chrono::seconds kPromptly{10};
+#else
+inline constexpr std::chrono::seconds kPromptly{2};
+#endif
 
 uint16_t FreePort();
 // Connects to 127.0.0.1:port; -1 when nobody listens.
