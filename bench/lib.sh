@@ -42,6 +42,18 @@ CONF
   nginx -c "$work/nginx.conf" -p "$work"
 }
 
+start_service() {  # vgcr-cmdhandler on a fresh database, listening when this returns
+  $build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet 2>"$work/service.log" & service=$!
+  pids+=($service)
+  for _ in $(seq 100); do grep -q listening "$work/service.log" 2>/dev/null && break; sleep 0.1; done
+}
+
+start_host() {  # isapi-host with the extension on 127.0.0.1:18090 (environment as given)
+  $host --extension "$module" --listen 127.0.0.1:18090 >/dev/null 2>&1 & hostpid=$!
+  pids+=($hostpid)
+  sleep 0.5
+}
+
 peak_memory() {  # label pid: the process's peak resident set
   echo "$1: peak RSS $(awk '/VmHWM/ {print $2, $3}' /proc/"$2"/status)"
 }

@@ -6,14 +6,11 @@
 #   bash bench/queue_bench.sh            (LIMITS="64 256 1024" CONNS="256 800")
 cd "$(dirname "$0")/.."
 source bench/lib.sh
-$build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet 2>"$work/service.log" & service=$!
-pids+=($service)
-for _ in $(seq 100); do grep -q listening "$work/service.log" 2>/dev/null && break; sleep 0.1; done
+start_service
 url=http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll
 uid=6F9619FF-8B86-D011-B42D-00C04FC964FF
 for limit in ${LIMITS:-64 256 1024}; do
-  VGCR_QUEUE_LIMIT=$limit $host --extension "$module" --listen 127.0.0.1:18090 >/dev/null 2>&1 & hostpid=$!
-  sleep 0.5
+  VGCR_QUEUE_LIMIT=$limit start_host
   curl -s "$url?requestid=101&uid=$uid&date=20261122&time=093000&computer=BENCH&platform=Linux&ip=10.0.0.7&program=14.0&engine=22.1&domain=W&hotfix=0&instdate=20261101&insttime=120000&release=14.0.1" >/dev/null
   for c in ${CONNS:-256 800}; do
     echo "== queue limit $limit, $c connections"

@@ -11,12 +11,8 @@ cd "$(dirname "$0")/.."
 source bench/lib.sh
 
 start_nginx 18091
-$build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet 2>"$work/service.log" & service=$!
-pids+=($service)
-for _ in $(seq 100); do grep -q listening "$work/service.log" 2>/dev/null && break; sleep 0.1; done
-$host --extension "$module" --listen 127.0.0.1:18090 >/dev/null & hostpid=$!
-pids+=($hostpid)
-sleep 0.5
+start_service
+start_host
 
 url=http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll
 uid=6F9619FF-8B86-D011-B42D-00C04FC964FF

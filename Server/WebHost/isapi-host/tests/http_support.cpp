@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,9 +43,11 @@ int Connect(uint16_t port) {
   return fd;
 }
 
-std::string Exchange(uint16_t port, const std::string& request) {
+std::string Exchange(uint16_t port, const std::string& request, int waitSeconds) {
   int fd = Connect(port);
   if (fd < 0) return "";
+  timeval wait{waitSeconds, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
   ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
   std::string answer;
   char buffer[4096];

@@ -22,8 +22,9 @@ inline constexpr std::chrono::seconds kPromptly{2};
 uint16_t FreePort();
 // Connects to 127.0.0.1:port; -1 when nobody listens.
 int Connect(uint16_t port);
-// Sends raw bytes and reads until the server closes.
-std::string Exchange(uint16_t port, const std::string& request);
+// Sends raw bytes and reads until the server closes, or until nothing has
+// come for waitSeconds.
+std::string Exchange(uint16_t port, const std::string& request, int waitSeconds = 30);
 // One request to the extension's path, "Connection: close".
 std::string Get(uint16_t port, const std::string& query, const std::string& method = "GET");
 std::string Body(const std::string& answer);
