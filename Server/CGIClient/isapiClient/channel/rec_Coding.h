@@ -42,6 +42,16 @@ inline void PutText(uint8_t* at, std::size_t units, std::u16string_view text) {
   for (std::size_t i = 0; i < units; ++i) PutLE(at + 2 * i, 2, i < n ? text[i] : 0);
 }
 
+// `text` cut to at most `width` units, at its first NUL, and never between
+// the two halves of a surrogate pair.
+inline std::u16string CutText(std::u16string_view text, std::size_t width) {
+  std::size_t n = 0;
+  while (n < width && n < text.size() && text[n] != 0) ++n;
+  // A high surrogate whose partner was cut off would be a lone half.
+  if (n > 0 && n < text.size() && text[n - 1] >= 0xD800 && text[n - 1] <= 0xDBFF) --n;
+  return std::u16string(text.substr(0, n));
+}
+
 // At most `units` code units; stops at the first NUL.
 inline std::u16string GetText(const uint8_t* at, std::size_t units) {
   std::u16string text;

@@ -11,14 +11,6 @@ const Layout* FindLayout(std::u16string_view command) {
   return nullptr;
 }
 
-std::u16string CutText(std::u16string_view text, std::size_t width) {
-  std::size_t n = 0;
-  while (n < width && n < text.size() && text[n] != 0) ++n;
-  // A high surrogate whose partner was cut off would be a lone half.
-  if (n > 0 && n < text.size() && text[n - 1] >= 0xD800 && text[n - 1] <= 0xDBFF) --n;
-  return std::u16string(text.substr(0, n));
-}
-
 tagCln_Log::tagCln_Log(const Layout& layout)
     : layout_(&layout), texts_(layout.keys.size()), numbers_(layout.keys.size(), 0) {}
 
@@ -28,7 +20,7 @@ std::string tagCln_Log::Uid() const { return rec::GetNarrow(uid_, kUidBytes); }
 std::string tagCln_Log::Release() const { return rec::GetNarrow(release_, kReleaseBytes); }
 
 void tagCln_Log::SetText(std::size_t key, std::u16string_view text) {
-  texts_[key] = CutText(text, layout_->keys[key].width);
+  texts_[key] = rec::CutText(text, layout_->keys[key].width);
 }
 
 std::size_t tagCln_Log::WireSize() const {

@@ -128,10 +128,6 @@ inline constexpr const Layout* kLayouts[] = {&kVirusLog,         &kUrlFilteringL
 // The layout a command travels under; null for any other command.
 const Layout* FindLayout(std::u16string_view command);
 
-// `text` cut to at most `width` units, at its first NUL, and never between
-// the two halves of a surrogate pair.
-std::u16string CutText(std::u16string_view text, std::size_t width);
-
 // A log record: zeroed when made, then filled key by key.
 class tagCln_Log : public ISerializable {
  public:

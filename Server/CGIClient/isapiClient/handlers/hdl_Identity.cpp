@@ -1,6 +1,6 @@
 #include "hdl_Identity.h"
 
-#include "channel/rec_Logs.h"
+#include "channel/rec_Coding.h"
 
 #include "channel/rec_Settings.h"
 #include "hdl_Common.h"
@@ -45,7 +45,7 @@ bool ClientIdentity::ReadRelease() {
 }
 
 void ClientIdentity::ReadOptionalRelease() {
-  if (!params_.GetString("release", &release, 7)) release = logrec::CutText(release, 7);
+  if (!params_.GetString("release", &release, 7)) release = rec::CutText(release, 7);
 }
 
 bool ReadSettingsRequestIdentity(ClientIdentity& identity, const HandlerName& handler, ClientKnownCheck known) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "channel/cmdal_CmdAPI.h"
+#include "channel/rec_Coding.h"
 #include "hdl_Common.h"
 #include "hdl_Identity.h"
 #include "hdl_LogBuilders.h"
@@ -110,17 +111,17 @@ bool ConvertLogType(int32_t logType, int32_t* recordType) {
 bool ProcessFirewallLogCount(const std::u16string& uid, const RequestParams& params) {
   constexpr char16_t kName[] = u"ProcessFirewallLogCount";
   std::u16string value;
-  params.GetString("PFWcountstr", &value, UINT32_MAX);
+  const bool present = params.GetString("PFWcountstr", &value, UINT32_MAX);
   const std::vector<std::u16string> fields = SplitAtTabsAndCommas(value);
   int32_t counts[6] = {};
-  bool good = params.Lookup("PFWcountstr") != nullptr && fields.size() == 7;
+  bool good = present && fields.size() == 7;
   for (std::size_t i = 0; good && i < 6; ++i) good = ParseCount(fields[i + 1], &counts[i]);
   if (!good) {
     VGCR_TRACE(69, u"%s - Error: Invalid parameter - [%s]", kName, u"PFWcountstr");
     return false;
   }
   VGCR_TRACE(73, u"%s - [%s]=%s", kName, u"PFWcountstr", value);
-  const std::u16string text = logrec::CutText(fields[0], kFirewallTextUnits);
+  const std::u16string text = rec::CutText(fields[0], kFirewallTextUnits);
   return cmdal_PfwUpdateCfwCount(uid.c_str(), 0, counts, text.c_str(), 1);
 }
 
