@@ -63,17 +63,6 @@ TEST(IsapiHost, AdapterModeAndKeepAlive) {
   EXPECT_EQ(host.Stop(), 0);
 }
 
-TEST(IsapiHost, LimitsAnswerWithClearErrors) {
-  Host host({"--max-body", "100", "--max-request-line", "300"});
-  ASSERT_TRUE(host.ready());
-  const std::string big(200, 'x');
-  const std::string tooLarge = Exchange(host.port(), "POST /vigilcrest/cgi/isapiClient.dll HTTP/1.1\r\nHost: x\r\n"
-                                                     "Connection: close\r\nContent-Length: 200\r\n\r\n" + big);
-  EXPECT_EQ(Status(tooLarge), 413);
-  EXPECT_EQ(Status(Get(host.port(), "requestid=206&pad=" + std::string(400, 'p'))), 414);
-  EXPECT_EQ(Body(Get(host.port(), "requestid=206")), "-2") << "and it goes on serving";
-}
-
 // A body refused for its size is not read: announced, it is answered 413
 // before the client has sent it and the connection closed after the answer;
 // chunked, the connection is closed as soon as it grows past the limit.
