@@ -6,15 +6,20 @@
 std::string Usage() {
   return "usage: isapi-host --extension PATH --listen ADDR:PORT [--adapter]\n"
          "                  [--max-body BYTES] [--max-request-line BYTES] [--timeout SECONDS]\n"
-         "                  [--threads N] [--path URL-PATH]\n"
+         "                  [--threads N] [--adapter-workers N] [--path URL-PATH]\n"
          "                  [--max-connections N] [--max-per-address N] [--stop-grace SECONDS]\n"
+         "                  [--request-deadline SECONDS] [--min-body-rate BYTES]\n"
          "Serves an ISAPI extension at /vigilcrest/cgi/isapiClient.dll (or --path).\n"
          "IIS mode by default: requests complete asynchronously; --adapter calls the\n"
          "extension synchronously without path-info, as an Apache adapter does.\n"
          "Defaults: --max-body 30000000, --max-request-line 65536, --timeout 30 (idle\n"
-         "seconds), --threads 4, --max-connections 10000, --max-per-address 512 (many\n"
-         "agents may share one address behind NAT); a connection over either limit is\n"
-         "closed at once. On SIGINT or SIGTERM it stops accepting, gives requests in\n"
+         "seconds), --threads 4, --adapter-workers 64, --max-connections 10000,\n"
+         "--max-per-address 512 (many agents may share one address behind NAT); a\n"
+         "connection over either limit is answered 503 with a Retry-After and closed.\n"
+         "A request must be whole within --request-deadline seconds (20) plus one\n"
+         "second per --min-body-rate bytes (8192) of its body, however it trickles;\n"
+         "bodies over 49152 bytes are streamed to the extension, not held.\n"
+         "On SIGINT or SIGTERM it stops accepting, gives requests in\n"
          "flight --stop-grace seconds (30), unloads the extension, which waits for its\n"
          "workers (each request is bounded by its own pipe waits), and only then closes\n"
          "the connections.\n";
@@ -60,7 +65,8 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
       o->port = static_cast<uint16_t>(n);
       ++i;
     } else if (std::strcmp(arg, "--max-body") == 0) {
-      if (!need("a size") || !Number(value, UINT64_MAX, &o->maxBody)) return *message = "bad --max-body", false;
+      // ISAPI counts a body in 32 bits, and 0xFFFFFFFF means "unknown".
+      if (!need("a size") || !Number(value, 0xFFFFFFFEu, &o->maxBody)) return *message = "bad --max-body", false;
       ++i;
     } else if (std::strcmp(arg, "--max-request-line") == 0) {
       if (!need("a size") || !Number(value, 1u << 20, &n)) return *message = "bad --max-request-line", false;
@@ -73,6 +79,18 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
     } else if (std::strcmp(arg, "--threads") == 0) {
       if (!need("a count") || !Number(value, 256, &n)) return *message = "bad --threads", false;
       o->threads = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--adapter-workers") == 0) {
+      if (!need("a count") || !Number(value, 1024, &n)) return *message = "bad --adapter-workers", false;
+      o->adapterWorkers = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--request-deadline") == 0) {
+      if (!need("seconds") || !Number(value, 86400, &n)) return *message = "bad --request-deadline", false;
+      o->deadlineSeconds = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--min-body-rate") == 0) {
+      if (!need("bytes per second") || !Number(value, 1u << 30, &n)) return *message = "bad --min-body-rate", false;
+      o->minBodyRate = static_cast<uint32_t>(n);
       ++i;
     } else if (std::strcmp(arg, "--max-connections") == 0) {
       if (!need("a count") || !Number(value, 1000000, &n)) return *message = "bad --max-connections", false;

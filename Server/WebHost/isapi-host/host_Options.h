@@ -12,7 +12,12 @@ struct HostOptions {
   uint64_t maxBody = 30000000;        // as IIS's default request limit
   uint32_t maxRequestLine = 65536;    // a start registration at every limit is ~57 KiB
   uint32_t timeoutSeconds = 30;       // an idle or slow connection is dropped
-  uint32_t threads = 4;               // HTTP threads (IIS mode)
+  uint32_t threads = 4;               // HTTP threads
+  uint32_t adapterWorkers = 64;       // adapter mode: threads that call the extension
+  // A request's line, headers and body must be in within this many seconds,
+  // plus a second for every minBodyRate bytes of body (host_Connections.h).
+  uint32_t deadlineSeconds = 20;
+  uint32_t minBodyRate = 8192;
   // Connections held at once, and from one client address. Agents behind
   // one NAT or proxy share an address, so the per-address limit is wide and
   // the total carries the load (docs/host.md).

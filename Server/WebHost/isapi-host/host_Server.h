@@ -3,16 +3,33 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <vector>
 
+#include "host_Connections.h"
+#include "host_Handoff.h"
 #include "host_Options.h"
+#include "host_Workers.h"
 #include "isapi/exchange.h"
 
 struct MHD_Daemon;
 
+// One request in the extension's hands: its control block and the handoff
+// between the connection and the worker.
+struct Flight {
+  std::unique_ptr<isapi::Exchange> exchange;
+  std::shared_ptr<Handoff> handoff;
+  bool failed = false;  // the call returned HSE_STATUS_ERROR
+};
+
 class HostServer {
  public:
-  HostServer(const HostOptions& options, isapi::Module& module) : options_(options), module_(module) {}
+  HostServer(const HostOptions& options, isapi::Module& module)
+      : options_(options),
+        module_(module),
+        connections_({options.maxConnections, options.maxPerAddress, options.deadlineSeconds, options.minBodyRate}) {}
   ~HostServer();
   bool Start(std::string* message);
   // Stops accepting and waits (up to graceMs) for the requests in flight.
@@ -30,10 +47,18 @@ class HostServer {
   const HostOptions& options() const { return options_; }
   isapi::Module& module() { return module_; }
   std::atomic<int>& inFlight() { return inFlight_; }
+  ConnectionTable& connections() { return connections_; }
+  Workers& workers() { return *workers_; }
+  // Keeps a request whose client left until the extension is done with it.
+  void Adopt(std::shared_ptr<Flight> flight);
 
  private:
   HostOptions options_;
   isapi::Module& module_;
   MHD_Daemon* daemon_ = nullptr;
   std::atomic<int> inFlight_{0};
+  ConnectionTable connections_;
+  std::unique_ptr<Workers> workers_;  // adapter mode
+  std::mutex orphansMutex_;
+  std::vector<std::shared_ptr<Flight>> orphans_;
 };

@@ -125,7 +125,21 @@ BOOL WINAPI Exchange::WriteClient(HCONN conn, LPVOID buffer, LPDWORD bytes, DWOR
 
 BOOL WINAPI Exchange::ReadClient(HCONN conn, LPVOID buffer, LPDWORD size) {
   Exchange* self = Of(conn);
+  if (buffer == nullptr || size == nullptr) {
+    plat::SetLastError(plat::kErrorInvalidParameter);
+    return FALSE;
+  }
   const std::size_t end = std::min<std::size_t>(self->request_.body.size(), self->ecb_.cbTotalBytes);
+  if (self->delivered_ >= end && self->request_.readMore) {
+    uint32_t n = *size;
+    if (!self->request_.readMore(buffer, &n)) {
+      *size = 0;
+      plat::SetLastError(plat::kErrorBrokenPipe);
+      return FALSE;
+    }
+    *size = n;
+    return TRUE;
+  }
   const std::size_t left = end > self->delivered_ ? end - self->delivered_ : 0;
   const std::size_t n = std::min<std::size_t>(left, *size);
   if (n) std::memcpy(buffer, self->request_.body.data() + self->delivered_, n);

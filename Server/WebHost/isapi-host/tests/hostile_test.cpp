@@ -99,7 +99,7 @@ std::vector<Hostile> Cases() {
       {"a chunked body past the limit",
        std::string("POST ") + kPath + " HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n8000\r\n" +
            std::string(32768, 'c') + "\r\n8000\r\n" + std::string(32768, 'c') + "\r\n",
-       0, nullptr},
+       500, nullptr},
   };
 }
 

@@ -64,6 +64,7 @@ class Host {
   explicit Host(std::vector<std::string> extra = {});
   bool ready() const { return ready_; }
   uint16_t port() const { return port_; }
+  pid_t pid() const { return child_.pid(); }
   int Stop() { return child_.Stop(); }
 
  private:

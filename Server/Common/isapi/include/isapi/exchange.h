@@ -30,6 +30,9 @@ struct Request {
   // Bytes handed over with the control block (cbAvailable), as IIS
   // preloads; the rest comes through ReadClient.
   uint32_t preload = 49152;
+  // A body that is still arriving: ReadClient takes the bytes past `body`
+  // from here (blocking; 0 bytes at the end, false when the client is gone).
+  std::function<bool(void* buffer, uint32_t* size)> readMore;
   Headers headers;
   std::string remoteAddr = "127.0.0.1";
   std::string serverName = "localhost";
