@@ -124,3 +124,28 @@ std::vector<std::vector<uint8_t>> ServiceSeeds() {
   }
   return seeds;
 }
+
+std::vector<std::vector<uint8_t>> HttpSeeds() {
+  const std::string path = "/vigilcrest/cgi/isapiClient.dll";
+  const std::string big(60000, 'p');
+  const std::string requests[] = {
+      "GET " + path + "?requestid=206 HTTP/1.1\r\nHost: x\r\n\r\n",
+      "GET " + path + "?requestid=206&uid=%E2%82%AC HTTP/1.1\r\nHost: x\r\n\r\nGET " + path +
+          "?x=1 HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n",
+      "POST " + path + " HTTP/1.1\r\nHost: x\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+          "Content-Length: 13\r\n\r\nrequestid=206",
+      "POST " + path + " HTTP/1.1\r\nHost: x\r\nContent-Type: text/plain\r\nContent-Length: 60013\r\n\r\nrequestid=206" + big,
+      "POST " + path + " HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\nd\r\nrequestid=206\r\n0\r\n\r\n",
+      "POST " + path + " HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\nContent-Length: 70000\r\n\r\n" + big,
+      "HEAD " + path + "?requestid=206 HTTP/1.0\r\n\r\n",
+      "GET /elsewhere HTTP/1.1\r\nHost: x\r\n\r\n",
+  };
+  std::vector<std::vector<uint8_t>> seeds;
+  for (const char* mode : {"\0", "\1"}) {
+    for (const std::string& request : requests) {
+      const std::string seed = std::string(mode, 1) + request;
+      seeds.emplace_back(seed.begin(), seed.end());
+    }
+  }
+  return seeds;
+}

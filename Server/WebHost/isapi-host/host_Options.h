@@ -18,6 +18,11 @@ struct HostOptions {
   // plus a second for every minBodyRate bytes of body (host_Connections.h).
   uint32_t deadlineSeconds = 20;
   uint32_t minBodyRate = 8192;
+  // poll(2) instead of epoll: level-triggered, so a client's end of input
+  // that arrives with its last bytes is seen at once (the fuzz target's
+  // clients half-close after every input); epoll scales better.
+  bool poll = false;
+  bool libraryLog = true;  // libmicrohttpd's own messages on standard error
   // Connections held at once, and from one client address. Agents behind
   // one NAT or proxy share an address, so the per-address limit is wide and
   // the total carries the load (docs/host.md).

@@ -324,7 +324,9 @@ bool HostServer::Start(std::string* message) {
   // a connection is taken only to be answered 503 (ConnectionTable).
   const unsigned ceiling = options_.maxConnections + std::max(64u, options_.maxConnections / 4);
   if (options_.adapter) workers_ = std::make_unique<Workers>(options_.adapterWorkers, size_t{32} * options_.adapterWorkers);
-  const unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG | MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME;
+  const unsigned flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_ALLOW_SUSPEND_RESUME |
+                         (options_.poll ? MHD_USE_POLL : MHD_USE_EPOLL) |
+                         (options_.libraryLog ? MHD_USE_ERROR_LOG : 0);
   daemon_ = MHD_start_daemon(flags, options_.port, nullptr, nullptr, &Access, this, MHD_OPTION_SOCK_ADDR, &addr,
                              MHD_OPTION_URI_LOG_CALLBACK, &UriLog, this, MHD_OPTION_NOTIFY_COMPLETED, &Completed,
                              this, MHD_OPTION_NOTIFY_CONNECTION, &NotifyConnection, this,
@@ -337,6 +339,11 @@ bool HostServer::Start(std::string* message) {
   }
   connections_.StartSweeper(250);
   return true;
+}
+
+uint16_t HostServer::port() const {
+  const MHD_DaemonInfo* info = daemon_ ? MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT) : nullptr;
+  return info ? info->port : options_.port;
 }
 
 void HostServer::Adopt(std::shared_ptr<Flight> flight) {

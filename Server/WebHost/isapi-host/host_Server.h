@@ -42,6 +42,8 @@ class HostServer {
   // control block is the worker's until it says it is done.
   void Stop();
   int InFlight() const { return inFlight_.load(); }
+  // The port listened on (the one chosen when the options asked for 0).
+  uint16_t port() const;
 
   // For the daemon's callbacks.
   const HostOptions& options() const { return options_; }

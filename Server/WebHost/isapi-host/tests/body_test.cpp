@@ -90,8 +90,10 @@ TEST(Bodies, ReachTheExtensionWholeWithoutBeingHeld) {
                            : "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
       EXPECT_EQ(Body(httptest::Exchange(host.port(), request, 20)), Expected(body, c.chunked ? 0xFFFFFFFFu : c.size));
     }
+#if !defined(VGCR_SANITIZED)  // a sanitizer's own bookkeeping outweighs the body
     // The host held a window of the body at a time, never all of it.
     EXPECT_LT(PeakKilobytes(host.pid()), 16 * 1024) << "kB";
+#endif
     EXPECT_EQ(host.Stop(), 0);
   }
 }
