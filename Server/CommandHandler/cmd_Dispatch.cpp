@@ -23,8 +23,17 @@ std::string RunVersion2(Context& context, const std::u16string& pipe, const Pipe
     const Command2* command = FindCommand2(message.CommandName());
     if (command == nullptr) return "dropped: unknown command";
     if (pipe != command->pipe) return "dropped: sent to the wrong pipe";
+    // The identifier names the reply pipe: anything but the protocol's form
+    // (the service's own pipe, a path) would have it answer where it must not.
+    if (!IsMessageIdentifier(message.CommandName(), message.Identifier())) {
+      return "dropped: its identifier is not of the protocol's form";
+    }
     Reply2 answer(message.CommandName(), message.Identifier());
     std::string what = command->handle(context, message, answer);
+    if (command->roundTrip && !answer.due()) {
+      answer.Fields();  // the prologue alone: a failure, told at once
+      what += "; answered empty";
+    }
     std::string error;
     if (answer.due() && !answer.Send(&error)) what += "; not answered: " + error;
     return what;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "channel/ser_MsgSerializer.h"
 #include "cmd_Reply.h"
 #include "platform/text.h"
 
@@ -205,6 +206,7 @@ std::string RunCommand1(Context& context, const Command1& command, const std::ve
            " expected";
   }
   if (!IsReader(command.action)) return Write(context, command, fields);
+  if (!IsMessageIdentifier(fields[0], fields[1])) return "dropped: its reply pipe is not of the protocol's form";
   std::string text, what;
   if (!Read(context, command, fields, &text, &what)) return what;
   std::string error;

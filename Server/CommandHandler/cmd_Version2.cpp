@@ -148,17 +148,17 @@ std::string OnActiveRestoreOpp(Context& context, CMsgSerializer& message, Reply2
 }
 
 constexpr Command2 kCommands[] = {
-    {u"CMDHLV2_CLN_ON_START", kCommandHandlerPipe, OnStart},
-    {u"CMDHLV2_CLN_ON_LOGON_USER", kCommandHandlerPipe, OnLogonUser},
-    {u"CMDHLV2_CLN_ON_PROTECTION_STATUS", kCommandHandlerPipe, OnProtectionStatus},
-    {u"CMDHLV2_HEARTBEAT_NOTIFY", kCommandHandlerPipe, OnHeartbeat},
-    {u"CMDHLV2_CLN_REMOVE_CONFIG_REC", kCommandHandlerPipe, OnRemoveConfigRecord},
-    {u"CMDHLV2_CHECK_CLIENT_EXIST", kCommandHandlerPipe, OnCheckClientExist},
-    {u"CMDHLV2_CLN_RQ_UPD", kCommandHandlerPipe, OnRequestUpdate},
-    {u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", kCommandHandlerPipe, OnDlpDeploySettings},
-    {u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", kCommandHandlerPipe, OnActiveRestoreOpp},
-    {u"CMDHSAV2_DATA", kCommandHandler2Pipe, OnSignData},
-    {u"VG_REFRESH_CERT_INFO", kServerNotifyPipe, OnRefreshCertInfo},
+    {u"CMDHLV2_CLN_ON_START", kCommandHandlerPipe, OnStart, false},
+    {u"CMDHLV2_CLN_ON_LOGON_USER", kCommandHandlerPipe, OnLogonUser, false},
+    {u"CMDHLV2_CLN_ON_PROTECTION_STATUS", kCommandHandlerPipe, OnProtectionStatus, true},
+    {u"CMDHLV2_HEARTBEAT_NOTIFY", kCommandHandlerPipe, OnHeartbeat, true},
+    {u"CMDHLV2_CLN_REMOVE_CONFIG_REC", kCommandHandlerPipe, OnRemoveConfigRecord, false},
+    {u"CMDHLV2_CHECK_CLIENT_EXIST", kCommandHandlerPipe, OnCheckClientExist, true},
+    {u"CMDHLV2_CLN_RQ_UPD", kCommandHandlerPipe, OnRequestUpdate, true},
+    {u"CMDHLV2_GET_DLP_DEPLOY_SETTINGS", kCommandHandlerPipe, OnDlpDeploySettings, true},
+    {u"CMDHLV2_CLN_ACTIVE_RESTORE_OPP", kCommandHandlerPipe, OnActiveRestoreOpp, false},
+    {u"CMDHSAV2_DATA", kCommandHandler2Pipe, OnSignData, true},
+    {u"VG_REFRESH_CERT_INFO", kServerNotifyPipe, OnRefreshCertInfo, false},
 };
 
 }  // namespace

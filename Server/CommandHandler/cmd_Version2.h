@@ -19,6 +19,11 @@ struct Command2 {
   const char16_t* name;
   const char16_t* pipe;  // the pipe it is sent to
   Handler2 handle;
+  // The requester waits for an answer: when the handler writes none (the
+  // record was bad, the database failed) an empty one is sent at once,
+  // which the requester takes as a failure, instead of letting it wait out
+  // its reply time-out.
+  bool roundTrip = false;
 };
 
 const Command2* FindCommand2(std::u16string_view name);

@@ -1,5 +1,8 @@
 #include "db_Database.h"
 
+#include <chrono>
+#include <thread>
+
 namespace db {
 
 Statement& Statement::Bind(int index, int64_t value) {
@@ -67,11 +70,26 @@ std::unique_ptr<Database> Database::Open(const std::string& path, std::string* e
     return nullptr;
   }
   std::unique_ptr<Database> database(new Database(connection));
-  sqlite3_busy_timeout(connection, 5000);
+  // Waits for another writer are Transaction's, outside the lock; here
+  // only the start-up statements wait a little.
+  sqlite3_busy_timeout(connection, 2000);
   if (!database->Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;")) {
-    *error = database->LastError();
+    *error = path + ": " + database->LastError();
     return nullptr;
   }
+  // A damaged file is refused at start, with what is wrong, rather than
+  // failing command after command.
+  std::string verdict;
+  {
+    Statement check = database->Prepare("PRAGMA quick_check(1)");
+    verdict = check.Step() ? check.Text(0) : database->LastError();
+  }
+  if (verdict != "ok") {
+    *error = "the database " + path + " is damaged (" + verdict +
+             "); restore it from a copy or move it away to start with an empty one";
+    return nullptr;
+  }
+  sqlite3_busy_timeout(connection, 0);
   return database;
 }
 
@@ -95,10 +113,26 @@ Statement Database::Prepare(const std::string& sql) {
 
 std::string Database::LastError() const { return sqlite3_errmsg(connection_); }
 
+bool Database::Busy() const {
+  const int code = sqlite3_errcode(connection_);
+  return code == SQLITE_BUSY || code == SQLITE_LOCKED;
+}
+
 int64_t Database::Changes() const { return sqlite3_changes64(connection_); }
 
+// Another process writing (the sqlite3 shell, a backup) makes BEGIN
+// IMMEDIATE busy. The wait for it is taken without the lock, so that the
+// commands queued behind are not held too, and it is short: a command that
+// cannot begin fails, and its requester is answered at once.
 Transaction::Transaction(Database& database) : database_(database), guard_(database.Lock()) {
-  begun_ = database_.Exec("BEGIN IMMEDIATE");
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyWaitMs);
+  for (;;) {
+    begun_ = database_.Exec("BEGIN IMMEDIATE");
+    if (begun_ || !database_.Busy() || std::chrono::steady_clock::now() >= deadline) return;
+    guard_.unlock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    guard_.lock();
+  }
 }
 
 Transaction::~Transaction() {

@@ -50,8 +50,9 @@ class Statement {
 class Database {
  public:
   ~Database();
-  // Opens (creating) the file, in WAL mode with a busy wait, so that a
-  // person may read it with the sqlite3 shell while the service runs.
+  // Opens (creating) the file in WAL mode, so that a person may read it with
+  // the sqlite3 shell while the service runs, and checks it: a damaged file
+  // is refused with a message saying so.
   static std::unique_ptr<Database> Open(const std::string& path, std::string* error);
 
   // Runs one or more statements that return nothing.
@@ -59,6 +60,8 @@ class Database {
   // A prepared statement, reset and cleared, cached by its text.
   Statement Prepare(const std::string& sql);
   std::string LastError() const;
+  // The last call failed because another connection holds the database.
+  bool Busy() const;
   // Rows changed by the last INSERT, UPDATE or DELETE.
   int64_t Changes() const;
   std::mutex& Lock() { return lock_; }
@@ -74,6 +77,8 @@ class Database {
 // of scope without Commit, so no command leaves half its rows behind.
 class Transaction {
  public:
+  // How long a transaction waits for another process's write to end.
+  static constexpr int kBusyWaitMs = 1000;
   explicit Transaction(Database& database);
   ~Transaction();
   bool ok() const { return begun_; }
@@ -81,7 +86,7 @@ class Transaction {
 
  private:
   Database& database_;
-  std::lock_guard<std::mutex> guard_;
+  std::unique_lock<std::mutex> guard_;
   bool begun_ = false;
   bool done_ = false;
 };

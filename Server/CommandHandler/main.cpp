@@ -1,11 +1,13 @@
 // vgcr-cmdhandler: the reference command-handler service.
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <string>
 
 #include "sig_Signer.h"
 #include "svc_Admin.h"
+#include "svc_Files.h"
 #include "svc_Log.h"
 #include "svc_Options.h"
 #include "svc_Service.h"
@@ -14,7 +16,7 @@ namespace {
 
 int PrintIdentity(const svc::Options& options) {
   std::string error;
-  if (!svc::MakeFolder(options.dataFolder, &error)) {
+  if (!svc::PrepareDataFolder(options.dataFolder, &error)) {
     std::fprintf(stderr, "vgcr-cmdhandler: %s\n", error.c_str());
     return 1;
   }
@@ -31,6 +33,7 @@ int PrintIdentity(const svc::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  ::umask(077);  // the database, its journal and the key are the service's alone
   svc::Options options;
   std::string error;
   if (!svc::ParseOptions(argc, argv, &options, &error)) {

@@ -1,5 +1,7 @@
 #include "sig_Signer.h"
 
+#include <fcntl.h>
+
 #include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/err.h>
@@ -8,6 +10,7 @@
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 
@@ -57,11 +60,20 @@ std::string SerialText(const X509* certificate) {
   return text;
 }
 
+// Writes a new file only: an existing one, or a link planted in its place,
+// is never written through or replaced.
 bool WritePem(const std::string& path, mode_t mode, bool isKey, EVP_PKEY* key, X509* certificate) {
-  const mode_t old = ::umask(0777 & ~mode);
-  FILE* file = std::fopen(path.c_str(), "w");
-  ::umask(old);
-  if (!file) return false;
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+  if (fd < 0) return false;
+  if (::fchmod(fd, mode) != 0) {  // the umask may have taken bits away
+    ::close(fd);
+    return false;
+  }
+  FILE* file = ::fdopen(fd, "w");
+  if (!file) {
+    ::close(fd);
+    return false;
+  }
   const int ok = isKey ? PEM_write_PrivateKey(file, key, nullptr, nullptr, 0, nullptr, nullptr)
                        : PEM_write_X509(file, certificate);
   return std::fclose(file) == 0 && ok == 1;
@@ -137,7 +149,7 @@ std::string WithoutLeadingZeros(const std::string& hex) {
 
 bool Exists(const std::string& path) {
   struct stat info {};
-  return ::stat(path.c_str(), &info) == 0;
+  return ::lstat(path.c_str(), &info) == 0;  // a link counts: it is never written through
 }
 
 }  // namespace
@@ -146,8 +158,18 @@ Signer::Signer(std::string folder) : folder_(std::move(folder)) {}
 Signer::~Signer() = default;
 
 std::unique_ptr<Signer> Signer::Open(const std::string& folder, std::string* error) {
-  if ((!Exists(folder + "/signing-key.pem") || !Exists(folder + "/signing-cert.pem")) && !Create(folder, error))
+  const bool hasKey = Exists(folder + "/signing-key.pem");
+  const bool hasCertificate = Exists(folder + "/signing-cert.pem");
+  // Half a pair is a fault to look at, not a reason to make a new key: the
+  // clients know the old certificate.
+  if (hasKey != hasCertificate) {
+    *error = std::string("the signing ") + (hasKey ? "certificate" : "key") + " is missing in " + folder +
+             " while the " + (hasKey ? "key" : "certificate") +
+             " is there; restore it, or remove both to make a new pair (clients must then learn the new "
+             "certificate)";
     return nullptr;
+  }
+  if (!hasKey && !Create(folder, error)) return nullptr;
   std::unique_ptr<Signer> signer(new Signer(folder));
   if (!signer->Reload(error)) return nullptr;
   return signer;

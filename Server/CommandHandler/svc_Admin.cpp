@@ -60,7 +60,7 @@ struct Admin {
 };
 
 bool Open(const Options& options, Admin* admin, std::string* error) {
-  if (!MakeFolder(options.dataFolder, error)) return false;
+  if (!PrepareDataFolder(options.dataFolder, error)) return false;
   admin->database = db::Database::Open(options.dataFolder + "/cmdhandler.db", error);
   if (!admin->database || !db::CreateSchema(*admin->database, error)) return false;
   admin->store = std::make_unique<st::Store>(*admin->database);

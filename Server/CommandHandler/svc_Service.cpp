@@ -1,6 +1,7 @@
 #include "svc_Service.h"
 
-#include <filesystem>
+#include <sys/stat.h>
+
 
 #include "channel/channel_Settings.h"
 #include "cmd_Dispatch.h"
@@ -8,24 +9,25 @@
 #include "platform/errors.h"
 #include "platform/text.h"
 #include "st_Defaults.h"
+#include "svc_Files.h"
 #include "svc_Log.h"
 
 namespace svc {
-
-bool MakeFolder(const std::string& folder, std::string* error) {
-  std::error_code code;
-  std::filesystem::create_directories(folder, code);
-  if (code) *error = "cannot make the folder " + folder + ": " + code.message();
-  return !code;
-}
 
 Service::Service() = default;
 Service::~Service() { Stop(); }
 
 bool Service::Start(const Options& options, std::string* error) {
   SetQuiet(options.quiet);
-  if (!MakeFolder(options.dataFolder, error)) return false;
+  // Whatever the service creates (the database, its journal, the key) is
+  // its own alone unless it says otherwise.
+  ::umask(077);
+  if (!instance_.Acquire(error)) return false;
+  if (!PrepareDataFolder(options.dataFolder, error)) return false;
   const std::string path = options.dataFolder + "/cmdhandler.db";
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    if (!KeepPrivate(path + suffix, 0600, error)) return false;
+  }
   database_ = db::Database::Open(path, error);
   if (!database_ || !db::CreateSchema(*database_, error)) return false;
   store_ = std::make_unique<st::Store>(*database_);
@@ -36,7 +38,7 @@ bool Service::Start(const Options& options, std::string* error) {
     return false;
   }
   signer_ = sig::Signer::Open(options.dataFolder, error);
-  if (!signer_) return false;
+  if (!signer_ || !KeepPrivate(options.dataFolder + "/signing-key.pem", 0600, error)) return false;
   logs_ = std::make_unique<st::LogWriter>(*database_);
   logs_->Start();
   context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_});
@@ -80,6 +82,7 @@ void Service::Stop() {
   if (retention_) retention_->Stop();
   // Every sender has been served: what is queued is all there will be.
   if (logs_) logs_->Stop();
+  instance_.Release();
 }
 
 }  // namespace svc

@@ -13,6 +13,7 @@
 #include "platform/event.h"
 #include "st_LogWriter.h"
 #include "st_Retention.h"
+#include "svc_Files.h"
 #include "svc_Options.h"
 
 namespace svc {
@@ -39,9 +40,7 @@ class Service {
   std::unique_ptr<cmd::Context> context_;
   plat::Event stop_;
   std::vector<std::unique_ptr<CPipeListener>> listeners_;
+  InstanceLock instance_;
 };
-
-// Creates the folder (and its parents) when missing.
-bool MakeFolder(const std::string& folder, std::string* error);
 
 }  // namespace svc

@@ -3,6 +3,7 @@
 // adapter mode, then with the service stopped, slow and killed.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <filesystem>
@@ -10,9 +11,14 @@
 #include <sstream>
 #include <thread>
 
+#include "channel/channel_Settings.h"
+#include "channel/pipe_Client.h"
+#include "channel/rec_Lifecycle.h"
 #include "channel/rec_Logs.h"
+#include "channel/ser_MsgSerializer.h"
 #include "db_probe.h"
 #include "http_support.h"
+#include "platform/pipe.h"
 #include "signature_check.h"
 
 namespace {
@@ -92,11 +98,12 @@ class System : public ::testing::Test {
     RemoveFolder(folder_);
   }
 
-  // Starts the service and waits until it listens.
-  bool StartService() {
+  // Starts the service (with few listeners, unless told how many) and
+  // waits until it listens.
+  bool StartService(const char* instances = "4") {
     const std::string log = folder_ + "/service.log";
     const std::size_t before = ReadFile(log).size();
-    service_.Start({VGCR_CMDHANDLER, "--data", folder_, "--instances", "4"}, log);
+    service_.Start({VGCR_CMDHANDLER, "--data", folder_, "--instances", instances}, log);
     for (int i = 0; i < 500; ++i) {
       if (ReadFile(log).find("listening", before) != std::string::npos) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -386,6 +393,159 @@ TEST_F(System, AServiceKilledBeforeItAnswersCostsOneRequestOnly) {
   EXPECT_LT(took, 14.0);
   ASSERT_TRUE(StartService());
   EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]\r\nRECEIVING_STATUS=1", 0), 0u);
+}
+
+
+// ---- Local peers that are broken or hostile, and the service's files.
+
+// A heartbeat message as the extension sends it, with its identifier (the
+// reply pipe's name) replaced.
+std::vector<uint8_t> HeartbeatNamed(const std::u16string& identifier) {
+  CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY");
+  tagCln_Heartbeat record;
+  record.Put(tagCln_Heartbeat::kRequestType, 1);
+  record.Put(tagCln_Heartbeat::kUid, u"3F2504E0-4F89-11D3-9A0C-0305E82C3301");
+  record.Serialize(message);
+  std::vector<uint8_t> bytes(message.Buffer().Data(), message.Buffer().Data() + message.GetSize());
+  // Items: version (4 + 4), header (4 + 16), command, identifier.
+  auto word = [&](std::size_t at) {
+    return static_cast<std::size_t>(bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | bytes[at + 3] << 24);
+  };
+  const std::size_t at = 28 + 4 + word(28);
+  std::vector<uint8_t> item(4);
+  const auto length = static_cast<uint32_t>(2 * identifier.size() + 2);
+  for (int i = 0; i < 4; ++i) item[static_cast<std::size_t>(i)] = static_cast<uint8_t>(length >> (8 * i));
+  for (char16_t c : identifier) {
+    item.push_back(static_cast<uint8_t>(c));
+    item.push_back(static_cast<uint8_t>(c >> 8));
+  }
+  item.push_back(0);
+  item.push_back(0);
+  bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.begin() + static_cast<std::ptrdiff_t>(at + 4 + word(at)));
+  bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), item.begin(), item.end());
+  return bytes;
+}
+
+std::size_t Occurrences(const std::string& text, const std::string& what) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
+  return count;
+}
+
+// A message whose reply pipe is the service's own pipe, or any name not of
+// the protocol's form, is dropped once: the service does not answer itself
+// in a loop, nor write where it was pointed.
+TEST_F(System, AMessageNamingAForeignReplyPipeIsDroppedOnce) {
+  for (const std::u16string& name : {std::u16string(kCommandHandlerPipe), std::u16string(u"../../elsewhere"),
+                                     std::u16string(u"0105CMDHLV2_HEARTBEAT_NOTIFY1_2_3/x")}) {
+    CPipeClient client;
+    ASSERT_TRUE(client.Open(kCommandHandlerPipe));
+    const std::vector<uint8_t> bytes = HeartbeatNamed(name);
+    uint32_t length = static_cast<uint32_t>(bytes.size());
+    ASSERT_TRUE(client.Send(bytes.data(), &length));
+    client.Close();
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  const std::string log = ReadFile(folder_ + "/service.log");
+  EXPECT_EQ(Occurrences(log, "not of the protocol's form"), 3u) << log.substr(0, 2000);
+  EXPECT_LT(Occurrences(log, "CMDHLV2_HEARTBEAT_NOTIFY"), 5u) << "no loop";
+  StartHost(false);
+  EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]", 0), 0u) << "still serving";
+}
+
+// Clients that connect to the command pipe and say nothing hold no
+// instance for long: a heartbeat behind 40 of them is answered promptly by
+// a service with its default listeners.
+TEST_F(System, SilentLocalClientsDoNotWedgeTheService) {
+  ASSERT_EQ(service_.Stop(), 0);
+  ASSERT_TRUE(StartService("16"));
+  StartHost(false);
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
+  std::vector<std::unique_ptr<plat::PipeClient>> silent;
+  for (int i = 0; i < 40; ++i) {
+    silent.push_back(std::make_unique<plat::PipeClient>());
+    silent.back()->Open(kCommandHandlerPipe);
+  }
+  std::string answer;
+  EXPECT_LT(Seconds([&] { answer = Ask(Poll(kUid)); }), 3.0);
+  EXPECT_EQ(answer.rfind("[Polling_Response]", 0), 0u) << answer;
+}
+
+// A second service on the same pipe folder says who holds it and leaves;
+// the first one goes on serving.
+TEST_F(System, ASecondServiceOnThePipeFolderIsRefused) {
+  const std::string other = MakeTempFolder();
+  const std::string log = other + "/second.log";
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", other}, log).Wait(), 1);
+  EXPECT_NE(ReadFile(log).find("another vgcr-cmdhandler (pid " + std::to_string(service_.pid()) + ")"),
+            std::string::npos)
+      << ReadFile(log);
+  StartHost(false);
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
+  EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]\r\nRECEIVING_STATUS=1", 0), 0u);
+  RemoveFolder(other);
+}
+
+TEST_F(System, TheServicesFilesAreItsOwn) {
+  const struct {
+    const char* name;
+    unsigned mode;
+  } files[] = {{"", 0700}, {"/cmdhandler.db", 0600}, {"/cmdhandler.db-wal", 0600},
+               {"/signing-key.pem", 0600}, {"/signing-cert.pem", 0644}};
+  for (const auto& file : files) {
+    struct stat st {};
+    ASSERT_EQ(::lstat((folder_ + file.name).c_str(), &st), 0) << file.name;
+    EXPECT_EQ(st.st_mode & 07777, file.mode) << file.name;
+  }
+}
+
+// Half a signing pair, or a link where the key goes, stops the service with
+// a reason: the key is never made anew behind the clients' back, nor
+// written through a link.
+TEST_F(System, AMissingHalfOfTheSigningPairIsNotReplacedSilently) {
+  ASSERT_EQ(service_.Stop(), 0);
+  const std::string log = folder_ + "/service.log";
+  std::filesystem::rename(folder_ + "/signing-cert.pem", folder_ + "/cert.away");
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_}, log).Wait(), 1);
+  EXPECT_NE(ReadFile(log).find("the signing certificate is missing"), std::string::npos) << ReadFile(log);
+
+  const std::string target = folder_ + "/target";
+  std::filesystem::remove(folder_ + "/signing-key.pem");
+  std::ofstream(target) << "precious";
+  std::filesystem::create_symlink(target, folder_ + "/signing-key.pem");
+  std::filesystem::rename(folder_ + "/cert.away", folder_ + "/cert.gone");
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_}, log).Wait(), 1);
+  EXPECT_EQ(ReadFile(target), "precious");
+}
+
+// Another process holding the database's write lock, and a damaged
+// database file: the first is answered at once with a failure (-5), the
+// second is refused at start with what is wrong.
+TEST_F(System, DatabaseFaultsAreAnsweredAtOnce) {
+  StartHost(false);
+  ASSERT_NO_FATAL_FAILURE(RegisterClient());
+  {
+    DbProbe writer(folder_ + "/cmdhandler.db");
+    ASSERT_EQ(writer.Value("BEGIN IMMEDIATE"), "<none>");
+    std::string answer;
+    EXPECT_LT(Seconds([&] { answer = Ask(Poll(kUid)); }), 2.5);
+    EXPECT_EQ(answer, "-5");
+    writer.Value("ROLLBACK");
+  }
+  EXPECT_EQ(Ask(Poll(kUid)).rfind("[Polling_Response]", 0), 0u) << "served again";
+
+  host_.reset();
+  ASSERT_EQ(service_.Stop(), 0);
+  db_.reset();
+  for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(folder_ + "/cmdhandler.db" + suffix);
+  {
+    std::fstream file(folder_ + "/cmdhandler.db", std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(4096 + 8);
+    file << std::string(64, '\xA5');  // a page of the clients table, over-written
+  }
+  const std::string log = folder_ + "/service.log";
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_}, log).Wait(), 1);
+  EXPECT_NE(ReadFile(log).find("is damaged"), std::string::npos) << ReadFile(log);
 }
 
 }  // namespace

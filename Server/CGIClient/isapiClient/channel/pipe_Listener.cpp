@@ -35,8 +35,32 @@ struct StopGrace {
   uint32_t start = 0;
 };
 
-bool WaitReadyOrGrace(plat::PipeServerEnd& end, const plat::Event& stop, StopGrace* grace) {
-  if (WaitReady(end, stop)) return true;
+// How long a connected client may take: its first piece must come at once
+// (a sender writes as soon as it has connected), the whole request soon
+// after. A client that connects and says nothing would otherwise hold an
+// instance for good; a few of them would hold every instance.
+constexpr uint32_t kFirstPieceMs = 500;
+constexpr uint32_t kWholeRequestMs = 5000;
+
+// Waits for the instance's operation, the stop event or the deadline (a
+// tick count): 1 ready, 0 stopped, -1 out of time.
+int WaitReadyUntil(plat::PipeServerEnd& end, const plat::Event& stop, uint32_t deadline) {
+  const int32_t left = static_cast<int32_t>(deadline - plat::TickCount());
+  if (left <= 0) return -1;
+  plat::WaitHandle handles[2] = {end.Ready(), stop.Handle()};
+  const uint32_t woke = plat::WaitForAny(handles, 2, static_cast<uint32_t>(left));
+  if (woke == plat::kWaitObject0) return 1;
+  return woke == plat::kWaitObject0 + 1 ? 0 : -1;
+}
+
+bool WaitReadyOrGrace(plat::PipeServerEnd& end, const plat::Event& stop, uint32_t deadline, StopGrace* grace,
+                      bool* late) {
+  const int woke = WaitReadyUntil(end, stop, deadline);
+  if (woke == 1) return true;
+  if (woke < 0) {
+    *late = true;
+    return false;
+  }
   if (!grace->started) *grace = {true, plat::TickCount()};
   const uint32_t spent = plat::TickCount() - grace->start;
   if (spent >= kStopGraceMs) return false;
@@ -86,16 +110,19 @@ bool CPipeListener::AwaitClient(Instance& instance, const plat::Event& stop) {
   return true;
 }
 
-// Reads until the client closes. False only when the listener stops before
-// the client has finished.
-bool CPipeListener::ReadRequest(Instance& instance, const plat::Event& stop, PipeRequest* request) {
+// Reads until the client closes. False when the listener stops before the
+// client has finished, or the client runs out of time (*late): either way
+// the request is dropped.
+bool CPipeListener::ReadRequest(Instance& instance, const plat::Event& stop, PipeRequest* request, bool* late) {
   uint8_t piece[kPieceBuffer];
   StopGrace grace;
+  const uint32_t start = plat::TickCount();
   for (;;) {
     uint32_t n = 0;
     bool ok = instance.end.Read(piece, sizeof piece, &n);
     if (!ok && plat::LastError() == plat::kErrorIoPending) {
-      if (!WaitReadyOrGrace(instance.end, stop, &grace)) {
+      const uint32_t deadline = start + (request->pieceSizes.empty() ? kFirstPieceMs : kWholeRequestMs);
+      if (!WaitReadyOrGrace(instance.end, stop, deadline, &grace, late)) {
         instance.end.Cancel();
         return false;
       }
@@ -116,7 +143,13 @@ void CPipeListener::Serve(Instance& instance, const plat::Event& stop) {
   for (;;) {
     if (!AwaitClient(instance, stop)) return;
     PipeRequest request;
-    if (!ReadRequest(instance, stop, &request)) return;
+    bool late = false;
+    if (!ReadRequest(instance, stop, &request, &late)) {
+      if (!late) return;
+      lateClients_.fetch_add(1, std::memory_order_relaxed);
+      Relisten(instance.end, &instance.connected);
+      continue;
+    }
     Relisten(instance.end, &instance.connected);
     if (!request.bytes.empty() || request.tooLong) handler_(std::move(request));
   }

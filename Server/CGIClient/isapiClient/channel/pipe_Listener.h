@@ -4,6 +4,7 @@
 // request is handed on, so a slow request never holds the name.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -40,6 +41,9 @@ class CPipeListener {
   bool Start(const plat::Event& stop);
   void Join();
   const std::u16string& Name() const { return name_; }
+  // Clients dropped for taking too long: no first piece within 500 ms of
+  // connecting, or no whole request within 5 s.
+  uint64_t LateClients() const { return lateClients_.load(); }
 
  private:
   struct Instance {
@@ -49,11 +53,12 @@ class CPipeListener {
   };
   void Serve(Instance& instance, const plat::Event& stop);
   bool AwaitClient(Instance& instance, const plat::Event& stop);
-  bool ReadRequest(Instance& instance, const plat::Event& stop, PipeRequest* request);
+  bool ReadRequest(Instance& instance, const plat::Event& stop, PipeRequest* request, bool* late);
 
   std::u16string name_;
   uint32_t count_;
   Handler handler_;
   std::size_t maxRequest_;
   std::vector<std::unique_ptr<Instance>> instances_;
+  std::atomic<uint64_t> lateClients_{0};
 };

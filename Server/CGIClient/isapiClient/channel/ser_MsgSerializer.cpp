@@ -17,6 +17,25 @@ std::u16string BuildMessageIdentifier(const std::u16string& commandName, const M
   return prefix + commandName + tail;
 }
 
+bool IsMessageIdentifier(const std::u16string& commandName, const std::u16string& text) {
+  const std::u16string prefix = u"0105" + commandName;
+  if (commandName.empty() || text.compare(0, prefix.size(), prefix) != 0) return false;
+  int numbers = 0;
+  std::size_t digits = 0;
+  for (std::size_t i = prefix.size(); i < text.size(); ++i) {
+    const char16_t c = text[i];
+    if (c >= u'0' && c <= u'9') {
+      if (++digits > 10) return false;
+    } else if (c == u'_' && digits > 0 && numbers < 2) {
+      ++numbers;
+      digits = 0;
+    } else {
+      return false;
+    }
+  }
+  return numbers == 2 && digits > 0;
+}
+
 CMsgSerializer::CMsgSerializer(const char16_t* commandName, int mode)
     : CMsgSerializer(commandName, mode, MessageStamp::Now()) {}
 

@@ -20,6 +20,11 @@ struct MessageStamp {
 // also the name of the reply pipe of a round trip, so it must not collide
 // between concurrent requests: the thread and process ids see to that.
 std::u16string BuildMessageIdentifier(const std::u16string& commandName, const MessageStamp& stamp);
+// Whether the text is an identifier of that form for this command: "0105",
+// the command name, then three decimal numbers of at most ten digits joined
+// by "_". A receiver answers only to such a name: never to a pipe it listens
+// on itself, never to a path.
+bool IsMessageIdentifier(const std::u16string& commandName, const std::u16string& text);
 
 class CMsgSerializer : public CSerializer {
  public:

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -136,4 +137,44 @@ TEST(PipeListener, AStopFinishesARequestWhoseSenderClosesSoonAndBoundsOneThatNev
     std::lock_guard lock(mutex);
     EXPECT_EQ(handed, closes ? std::vector<std::string>{"hello"} : std::vector<std::string>{}) << closes;
   }
+}
+
+// Clients that connect and say nothing are dropped after a short while, so
+// that a few of them cannot hold every instance: a real sender behind them
+// is served promptly.
+TEST(PipeListener, SilentClientsDoNotHoldTheInstances) {
+  const std::u16string name = plat::testing::UniqueName("vgcr listener silent test");
+  std::vector<std::string> handed;
+  std::mutex mutex;
+  CPipeListener listener(name, 2, [&](PipeRequest&& request) {
+    std::lock_guard lock(mutex);
+    handed.emplace_back(request.bytes.begin(), request.bytes.end());
+  });
+  plat::Event stop;
+  ASSERT_TRUE(stop.Create(nullptr, false));
+  ASSERT_TRUE(listener.Start(stop));
+  std::vector<std::unique_ptr<plat::PipeClient>> silent;
+  for (int i = 0; i < 6; ++i) {
+    silent.push_back(std::make_unique<plat::PipeClient>());
+    silent.back()->Open(name.c_str());  // those past the instances may be turned away
+  }
+  const auto start = std::chrono::steady_clock::now();
+  CPipeClient sender;
+  ASSERT_TRUE(sender.Open(name.c_str()));
+  uint32_t size = 2;
+  ASSERT_TRUE(sender.Send("hi", &size));
+  sender.Close();
+  for (int i = 0; i < 300; ++i) {
+    {
+      std::lock_guard lock(mutex);
+      if (!handed.empty()) break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+  EXPECT_GE(listener.LateClients(), 2u);
+  stop.Set();
+  listener.Join();
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(handed, std::vector<std::string>{"hi"});
 }

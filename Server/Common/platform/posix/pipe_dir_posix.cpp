@@ -1,6 +1,7 @@
 // The folder that holds the pipe sockets, and its safety checks: a pipe
 // folder that another user controls would let that user impersonate the
 // command-handler service.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,9 +25,13 @@ bool IsSafeFolder(const char* path, const struct stat& st) {
     posix::Diagnose("pipe folder %s refused: not a directory", path);
     return false;
   }
-  if (st.st_uid != ::geteuid() && st.st_uid != 0) {
-    posix::Diagnose("pipe folder %s refused: owned by uid %u, not by this user (uid %u)", path,
-                    static_cast<unsigned>(st.st_uid), static_cast<unsigned>(::geteuid()));
+  // Another user's folder is trusted only when it belongs to the pipe group,
+  // whose members are trusted with the pipes anyway.
+  gid_t group = 0;
+  const bool groupFolder = posix::PipeGroup(&group) && st.st_gid == group;
+  if (st.st_uid != ::geteuid() && st.st_uid != 0 && !groupFolder) {
+    posix::Diagnose("pipe folder %s refused: owned by uid %u, not by this user (uid %u) or root; set VGCR_PIPE_DIR",
+                    path, static_cast<unsigned>(st.st_uid), static_cast<unsigned>(::geteuid()));
     return false;
   }
   if (st.st_mode & S_IWOTH) {
@@ -35,6 +40,31 @@ bool IsSafeFolder(const char* path, const struct stat& st) {
     return false;
   }
   return true;
+}
+
+// Makes the folder: mkdir, then everything else through a descriptor opened
+// without following a link, so that nothing planted at the path between the
+// calls is changed or trusted.
+bool MakeFolder(const char* path, bool quiet) {
+  if (::mkdir(path, 0770) != 0) {
+    if (errno == EEXIST) return true;  // someone else's: checked like any other
+    SetLastError(ErrorFromErrno(errno));
+    if (!quiet) posix::Diagnose("pipe folder %s: cannot create it (errno %d)", path, errno);
+    return false;
+  }
+  const int fd = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) {
+    SetLastError(ErrorFromErrno(errno));
+    return false;
+  }
+  struct stat st {};
+  bool ok = ::fstat(fd, &st) == 0 && st.st_uid == ::geteuid();
+  gid_t group = 0;
+  if (ok && posix::PipeGroup(&group)) ok = ::fchown(fd, static_cast<uid_t>(-1), group) == 0;
+  if (ok) ok = ::fchmod(fd, 0770) == 0;  // the umask may have taken bits away
+  if (!ok) SetLastError(kErrorAccessDenied);
+  ::close(fd);
+  return ok;
 }
 
 // Creates the folder (and its parent) when missing, then checks it. With
@@ -58,12 +88,7 @@ bool EnsureFolder(const char* path, bool quiet) {
         return false;
       }
     }
-    if (::mkdir(path, 0770) != 0 && errno != EEXIST) {
-      SetLastError(ErrorFromErrno(errno));
-      if (!quiet) posix::Diagnose("pipe folder %s: cannot create it (errno %d)", path, errno);
-      return false;
-    }
-    ::chmod(path, 0770);  // the umask may have taken bits away
+    if (!MakeFolder(path, quiet)) return false;
     if (::lstat(path, &st) != 0) {
       SetLastError(ErrorFromErrno(errno));
       return false;
@@ -95,6 +120,13 @@ bool PipeDirectory(char* out, std::size_t capacity) {
     return EnsureFolder(out, false);
   }
   if (EnsureFolder(kSystemPipeDir, true)) return Copy(kSystemPipeDir, out, capacity);
+  // A folder of this user's own, which nobody else can have made first.
+  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime == '/') {
+    char folder[512];
+    if (std::snprintf(folder, sizeof folder, "%s/vigilcrest-pipe", runtime) < static_cast<int>(sizeof folder)) {
+      return EnsureFolder(folder, false) && Copy(folder, out, capacity);
+    }
+  }
   char fallback[64];
   std::snprintf(fallback, sizeof fallback, "/tmp/vigilcrest-pipe-%u", static_cast<unsigned>(::geteuid()));
   return EnsureFolder(fallback, false) && Copy(fallback, out, capacity);

@@ -3,9 +3,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -118,9 +120,13 @@ bool PipeClient::Open(const char16_t* name) {
       return false;
     }
   }
-  // Writes block like a pipe's WriteFile does.
+  // Writes block like a pipe's WriteFile does, but not for ever: a reader
+  // that stops reading (a wedged or hostile peer) fails the write after
+  // kPipeSendTimeoutMs with kErrorSemTimeout instead of holding the writer.
   int flags = ::fcntl(handle_, F_GETFL);
   ::fcntl(handle_, F_SETFL, flags & ~O_NONBLOCK);
+  timeval limit{kPipeSendTimeoutMs / 1000, (kPipeSendTimeoutMs % 1000) * 1000};
+  ::setsockopt(handle_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
   return true;
 }
 
@@ -171,6 +177,10 @@ bool PipeClient::Write(const void* data, uint32_t size, uint32_t* written) {
       return true;
     }
     if (errno == EINTR) continue;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      SetLastError(kErrorSemTimeout);
+      return false;
+    }
     SetLastError(errno == ENOBUFS ? kErrorNoSystemResources : ErrorFromErrno(errno));
     return false;
   }
@@ -221,11 +231,12 @@ bool SomeoneListensAt(const std::string& path) {
   std::string line;
   std::getline(table, line);  // header
   while (std::getline(table, line)) {
-    // Num RefCount Protocol Flags Type St Inode Path
-    std::string::size_type cut = line.rfind(' ');
-    if (cut == std::string::npos || line.compare(cut + 1, std::string::npos, path) != 0) continue;
+    // Num RefCount Protocol Flags Type St Inode Path: the path is the rest
+    // of the line after the seventh field, and pipe names hold spaces.
     unsigned long flags = 0;
-    if (std::sscanf(line.c_str(), "%*s %*s %*s %lx", &flags) == 1 && (flags & 0x10000)) return true;
+    int pathAt = 0;
+    if (std::sscanf(line.c_str(), "%*s %*s %*s %lx %*s %*s %*s %n", &flags, &pathAt) != 1 || pathAt <= 0) continue;
+    if (line.compare(static_cast<std::size_t>(pathAt), std::string::npos, path) == 0 && (flags & 0x10000)) return true;
   }
   return false;
 }
@@ -247,9 +258,11 @@ uint32_t OpenListener(const sockaddr_un& addr, Listener* out) {
     ::close(fd);
     return ErrorFromErrno(err);
   }
-  // Like the null DACL of the Windows pipe: anyone who can reach the pipe
-  // folder may connect; the folder's own mode is the gate.
-  ::chmod(addr.sun_path, 0666);
+  // Only this user and the pipe group may connect (connecting needs write
+  // access to the socket file); the peer check on accept is the second lock.
+  gid_t group = 0;
+  if (posix::PipeGroup(&group)) ::chown(addr.sun_path, static_cast<uid_t>(-1), group);
+  ::chmod(addr.sun_path, 0660);
   if (::listen(fd, 64) != 0) {
     int err = errno;
     ::unlink(addr.sun_path);
@@ -352,9 +365,29 @@ Io TryRead(PipeServerEnd::State& s, void* buffer, uint32_t capacity, uint32_t* g
   }
 }
 
+// A peer that may not use this pipe is dropped as it connects, and said so
+// in the diagnostics (the first few times: a stranger must not flood them).
+bool Admit(int fd) {
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 && posix::PeerMayConnect(peer.uid, peer.gid)) {
+    return true;
+  }
+  static std::atomic<int> told{0};
+  if (told.fetch_add(1) < 20) {
+    posix::Diagnose("pipe: a connection from uid %u gid %u (pid %d) refused: not this user, root or the pipe group",
+                    static_cast<unsigned>(peer.uid), static_cast<unsigned>(peer.gid), static_cast<int>(peer.pid));
+  }
+  return false;
+}
+
 Io TryAccept(PipeServerEnd::State& s) {
   for (;;) {
     int fd = ::accept4(s.listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (fd >= 0 && !Admit(fd)) {
+      ::close(fd);
+      continue;
+    }
     if (fd >= 0) {
       s.connFd = fd;
       return Io::kDone;

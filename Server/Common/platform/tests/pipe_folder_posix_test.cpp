@@ -121,5 +121,48 @@ TEST_F(PipeFolder, AStaleSocketFileIsReplaced) {
   EXPECT_TRUE(second.Create(u"stale", 1, 1024, 1024, 1000)) << LastError();
 }
 
+
+// A peer of another user is dropped as it connects, even where the socket
+// file lets it in (the file system is the first lock, this the second); the
+// same user's client then connects.
+TEST_F(PipeFolder, APeerOfAnotherUserIsDropped) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to connect as another user";
+  const passwd* nobody = ::getpwnam("nobody");
+  ASSERT_NE(nobody, nullptr);
+  std::string dir = root_ + "/pipes";
+  UseFolder(dir);
+  PipeServerEnd server;
+  ASSERT_TRUE(server.Create(u"guarded", 1, 1024, 1024, 1000));
+  EXPECT_FALSE(server.Connect());
+  ASSERT_EQ(LastError(), kErrorIoPending);
+  struct stat st {};
+  ASSERT_EQ(::stat((dir + "/guarded").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0660u) << "not for others";
+  ASSERT_EQ(::chmod(root_.c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(dir.c_str(), 0775), 0);
+  ASSERT_EQ(::chmod((dir + "/guarded").c_str(), 0666), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::setgid(nobody->pw_gid) != 0 || ::setuid(nobody->pw_uid) != 0) ::_exit(2);
+    PipeClient stranger;
+    if (!stranger.Open(u"guarded")) ::_exit(3);
+    uint32_t written = 0;
+    stranger.Write("x", 1, &written);
+    ::sleep(1);
+    ::_exit(0);
+  }
+  int status = 0;
+  WaitHandle ready = server.Ready();
+  WaitForAny(&ready, 1, 500);
+  uint32_t n = 0;
+  EXPECT_FALSE(server.Result(&n, false)) << "the stranger was taken";
+  EXPECT_NE(ToUtf8(g_lastDiagnostic).find("refused"), std::string::npos);
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "the stranger could connect at the socket level";
+  PipeClient friendly;
+  ASSERT_TRUE(friendly.Open(u"guarded"));
+  EXPECT_TRUE(server.Result(&n, true));
+}
+
 }  // namespace
 }  // namespace plat

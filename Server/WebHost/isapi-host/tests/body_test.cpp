@@ -59,7 +59,7 @@ std::string Chunked(const std::string& body, std::size_t piece) {
   return out + "0\r\n\r\n";
 }
 
-long PeakKilobytes(pid_t pid) {
+[[maybe_unused]] long PeakKilobytes(pid_t pid) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   std::string line;
   while (std::getline(status, line)) {

@@ -19,6 +19,10 @@
 
 namespace plat {
 
+#if !defined(_WIN32)
+inline constexpr uint32_t kPipeSendTimeoutMs = 10000;
+#endif
+
 // Longest pipe name accepted on this platform, in UTF-16 units. Windows
 // allows 256 characters for the whole path; POSIX is bound by sun_path.
 uint32_t MaxPipeNameLength();
@@ -26,9 +30,13 @@ uint32_t MaxPipeNameLength();
 #if !defined(_WIN32)
 // The folder that holds the pipe sockets: $VGCR_PIPE_DIR, else
 // /run/vigilcrest/pipe when this process may create it, else
-// /tmp/vigilcrest-pipe-<uid>. The folder is created mode 0770 and refused
-// (kErrorAccessDenied, with a diagnostic) when it is not a real directory,
-// is owned by another user (root excepted), or is writable by others.
+// $XDG_RUNTIME_DIR/vigilcrest-pipe, else /tmp/vigilcrest-pipe-<uid>. The
+// folder is created mode 0770 (with the pipe group, VGCR_PIPE_GROUP, when
+// one is configured) and refused (kErrorAccessDenied, with a diagnostic)
+// when it is not a real directory, is owned by another user (root, or any
+// owner when the folder has the pipe group, excepted), or is writable by
+// others. Socket files are 0660; a peer that is not this user, root or a
+// member of the pipe group is dropped as it connects.
 bool PipeDirectory(std::string* path);
 // The same into a caller's buffer, without the heap.
 bool PipeDirectory(char* path, std::size_t capacity);
@@ -48,10 +56,21 @@ class PipeClient {
   bool Open(const char16_t* name);
   // SetNamedPipeHandleState(PIPE_READMODE_MESSAGE).
   bool SetMessageReadMode();
-  // WriteFile: one call is one message.
+  // WriteFile: one call is one message. On POSIX a write the reader does
+  // not take within kPipeSendTimeoutMs fails with kErrorSemTimeout.
   bool Write(const void* data, uint32_t size, uint32_t* written);
   void Close();
   bool IsOpen() const { return handle_ != kNoHandle; }
+
+  // For a writer that would rather lose a message than wait on a slow
+  // reader: Open, but with FILE_FLAG_OVERLAPPED on Windows, so that a write
+  // can be given up. Write on such an end behaves as on any other.
+  bool OpenForBoundedWrites(const char16_t* name);
+  // WriteFile that waits at most timeoutMs for the reader to take the
+  // message; past that it is abandoned and fails with kErrorSemTimeout.
+  // On Windows only an end opened with OpenForBoundedWrites can give up:
+  // on another the call fails with kErrorInvalidParameter.
+  bool WriteWithin(const void* data, uint32_t size, uint32_t* written, uint32_t timeoutMs);
 
   // WaitNamedPipeW: waits until an instance of the pipe can take a
   // connection. Fails with kErrorSemTimeout when the time runs out and with
@@ -60,6 +79,9 @@ class PipeClient {
 
  private:
   NativeHandle handle_ = kNoHandle;
+#if defined(_WIN32)
+  bool overlapped_ = false;  // opened by OpenForBoundedWrites
+#endif
 };
 
 // One server instance of a pipe, inbound, message mode, overlapped.
