@@ -2,6 +2,8 @@
 
 #include <microhttpd.h>
 
+#include "platform/errors.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -67,11 +69,27 @@ void Handoff::WakeLocked() {
   MHD_resume_connection(connection_);
 }
 
+void Handoff::Enter() {
+  std::lock_guard lock(mutex_);
+  entered_ = std::this_thread::get_id();
+}
+
+void Handoff::Leave() {
+  std::lock_guard lock(mutex_);
+  entered_ = std::thread::id();
+}
+
 bool Handoff::Read(void* buffer, uint32_t* size) {
   std::unique_lock lock(mutex_);
+  if (entered_ == std::this_thread::get_id() && buffered_.empty() && phase_ != Phase::kEnded) {
+    *size = 0;
+    plat::SetLastError(plat::kErrorNotSupported);
+    return false;
+  }
   for (;;) {
     if (abandoned_) {
       *size = 0;
+      plat::SetLastError(plat::kErrorBrokenPipe);
       return false;
     }
     if (!buffered_.empty() || phase_ == Phase::kEnded) break;

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <thread>
 
 struct MHD_Connection;
 
@@ -38,9 +39,17 @@ class Handoff {
   // again once the worker resumes the connection.
   bool Park();
 
+  // The connection's own thread is inside the extension's entry point (IIS
+  // mode) from Enter to Leave: a read there could never be served.
+  void Enter();
+  void Leave();
+
   // --- the worker
-  // Blocks until body bytes, the end, or the connection is gone. False only
-  // for a connection gone; 0 bytes at the end of the body.
+  // Blocks until body bytes, the end, or the connection is gone. False for
+  // a connection gone, and for a read from the connection's own thread
+  // (kErrorNotSupported: an IIS-mode extension reads a streamed body from
+  // its own threads, after HttpExtensionProc has returned pending); 0 bytes
+  // at the end of the body.
   bool Read(void* buffer, uint32_t* size);
   void Finish();
 
@@ -61,4 +70,5 @@ class Handoff {
   bool done_ = false;
   bool abandoned_ = false;
   bool parked_ = false;
+  std::thread::id entered_;
 };

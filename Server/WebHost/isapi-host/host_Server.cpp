@@ -192,7 +192,9 @@ MHD_Result Dispatch(Context& context, const char* method, bool streamed) {
     }
   } else {
     flight->exchange->OnDone([handoff = flight->handoff] { handoff->Finish(); });
+    flight->handoff->Enter();
     const DWORD status = server.module().HttpExtensionProc(flight->exchange->Ecb());
+    flight->handoff->Leave();
     if (status != HSE_STATUS_PENDING) {
       flight->failed = status == HSE_STATUS_ERROR;
       flight->exchange->MarkDone();

@@ -132,9 +132,8 @@ BOOL WINAPI Exchange::ReadClient(HCONN conn, LPVOID buffer, LPDWORD size) {
   const std::size_t end = std::min<std::size_t>(self->request_.body.size(), self->ecb_.cbTotalBytes);
   if (self->delivered_ >= end && self->request_.readMore) {
     uint32_t n = *size;
-    if (!self->request_.readMore(buffer, &n)) {
+    if (!self->request_.readMore(buffer, &n)) {  // it set the error
       *size = 0;
-      plat::SetLastError(plat::kErrorBrokenPipe);
       return FALSE;
     }
     *size = n;

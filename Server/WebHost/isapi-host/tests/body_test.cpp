@@ -98,6 +98,19 @@ TEST(Bodies, ReachTheExtensionWholeWithoutBeingHeld) {
   }
 }
 
+// An IIS-mode extension that reads a streamed body inside HttpExtensionProc
+// (the connection's own thread, which alone could deliver it) is told at
+// once that it cannot, instead of hanging the connection and its thread.
+TEST(Bodies, AReadOnTheConnectionsOwnThreadFailsInsteadOfHanging) {
+  Host host(EchoHost(false));
+  ASSERT_TRUE(host.ready());
+  const std::string body = Pattern(60000);
+  const std::string request = std::string("POST ") + kPath + "?inline HTTP/1.1\r\nHost: x\r\nConnection: close\r\n" +
+                              "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  EXPECT_EQ(Body(httptest::Exchange(host.port(), request, 5)), Expected("", 60000) + " gone");
+  EXPECT_EQ(Status(httptest::Get(host.port(), "a=1")), 200) << "still serving";
+}
+
 int ConnectFrom(const std::string& source, uint16_t port) {
   const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in from{};

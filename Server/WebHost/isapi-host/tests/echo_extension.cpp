@@ -1,7 +1,8 @@
 // A test extension that reads every body byte through ReadClient and answers
 // "<bytes> <FNV-1a of the bytes> <cbTotalBytes>": it shows what reached the
 // extension, and how, without the real handlers' limits in the way. In IIS
-// mode it answers from a thread of its own, as an asynchronous extension does.
+// mode it answers from a thread of its own, as an asynchronous extension does,
+// unless the query says "inline".
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -57,7 +58,8 @@ __attribute__((visibility("default"))) BOOL GetExtensionVersion(HSE_VERSION_INFO
 }
 
 __attribute__((visibility("default"))) DWORD HttpExtensionProc(EXTENSION_CONTROL_BLOCK* ecb) {
-  if (ecb->lpszPathInfo == nullptr) {  // adapter mode: synchronous
+  // Adapter mode, or asked to ("?inline"): synchronous, on the caller's thread.
+  if (ecb->lpszPathInfo == nullptr || std::strstr(ecb->lpszQueryString, "inline") != nullptr) {
     Serve(ecb, false);
     return HSE_STATUS_SUCCESS;
   }

@@ -31,7 +31,8 @@ struct Request {
   // preloads; the rest comes through ReadClient.
   uint32_t preload = 49152;
   // A body that is still arriving: ReadClient takes the bytes past `body`
-  // from here (blocking; 0 bytes at the end, false when the client is gone).
+  // from here (blocking; 0 bytes at the end, false with the last error set
+  // when the bytes cannot come).
   std::function<bool(void* buffer, uint32_t* size)> readMore;
   Headers headers;
   std::string remoteAddr = "127.0.0.1";
