@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/errors.h"
+#include "platform/process.h"
 
 namespace {
 // A pipe that keeps answering "no resources" is not going to recover; give
@@ -11,10 +12,28 @@ constexpr int kMaxResourceRetries = 1000;
 }  // namespace
 
 bool CPipeClient::Open(const char16_t* name) {
+  sendBoundMs_ = plat::kInfinite;
   for (;;) {
     if (pipe_.Open(name)) return pipe_.SetMessageReadMode();
     if (plat::LastError() != plat::kErrorPipeBusy) return false;
     if (!plat::PipeClient::WaitAvailable(name, kPipeBusyWaitMs)) return false;
+  }
+}
+
+bool CPipeClient::Open(const char16_t* name, const PipeBounds& bounds) {
+  sendBoundMs_ = bounds.sendMs;
+  const uint32_t start = plat::TickCount();
+  for (;;) {
+    if (pipe_.OpenForBoundedWrites(name)) return pipe_.SetMessageReadMode();
+    if (plat::LastError() != plat::kErrorPipeBusy) return false;
+    // One deadline for every attempt: an instance freed and taken again
+    // by another sender before our open must not restart the wait.
+    const uint32_t spent = plat::TickCount() - start;
+    if (spent >= bounds.busyWaitMs) {
+      plat::SetLastError(plat::kErrorSemTimeout);
+      return false;
+    }
+    if (!plat::PipeClient::WaitAvailable(name, bounds.busyWaitMs - spent)) return false;
   }
 }
 
@@ -28,12 +47,24 @@ bool CPipeClient::Send(const void* data, uint32_t* length) {
   const auto* bytes = static_cast<const unsigned char*>(data);
   uint32_t sent = 0;
   int retries = 0;
+  const uint32_t start = plat::TickCount();
   while (sent < total) {
     unsigned char block[kPipeChunkSize];
     uint32_t piece = total - sent < kPipeChunkSize ? total - sent : kPipeChunkSize;
     std::memcpy(block, bytes + sent, piece);
     uint32_t written = 0;
-    if (!pipe_.Write(block, piece, &written)) {
+    bool ok;
+    if (sendBoundMs_ == plat::kInfinite) {
+      ok = pipe_.Write(block, piece, &written);
+    } else {
+      const uint32_t spent = plat::TickCount() - start;
+      if (spent >= sendBoundMs_) {
+        plat::SetLastError(plat::kErrorSemTimeout);
+        return false;
+      }
+      ok = pipe_.WriteWithin(block, piece, &written, sendBoundMs_ - spent);
+    }
+    if (!ok) {
       if (plat::LastError() == plat::kErrorNoSystemResources && ++retries < kMaxResourceRetries) continue;
       return false;
     }

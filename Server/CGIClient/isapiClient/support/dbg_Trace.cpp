@@ -43,6 +43,10 @@ struct State {
   std::atomic<int> logServerOk{1};  // try the log server until it fails once
   std::atomic<uint32_t> lastFailureTick{0};
   std::atomic<uint32_t> retryIntervalMs{5000};
+  // The last failure was a log server too busy or slow to take the line, so
+  // the lines passed over until the next try are its losses too.
+  std::atomic<int> lastFailureGaveUp{0};
+  std::atomic<uint64_t> droppedLines{0};
 
   std::atomic<TraceSink> sink{nullptr};
   std::atomic<void*> sinkContext{nullptr};
@@ -126,13 +130,20 @@ bool LogServerDue() {
 
 bool HandOver(int level, const char16_t* source, int line, const char16_t* decorated) {
   State& s = S();
-  if (!LogServerDue()) return false;
+  if (!LogServerDue()) {
+    if (s.lastFailureGaveUp.load(std::memory_order_relaxed)) s.droppedLines.fetch_add(1, std::memory_order_relaxed);
+    return false;
+  }
   LogWriteRequest request{plat::NowLocal(), plat::CurrentProcessId(), plat::CurrentThreadId(),
                           level, source, line, decorated};
-  if (logcl_WriteLog(request)) {
+  LogWriteResult result = logcl_WriteLog(request);
+  if (result == LogWriteResult::kWritten) {
     s.logServerOk.store(1, std::memory_order_relaxed);
     return true;
   }
+  const bool gaveUp = result == LogWriteResult::kGaveUp;
+  if (gaveUp) s.droppedLines.fetch_add(1, std::memory_order_relaxed);
+  s.lastFailureGaveUp.store(gaveUp ? 1 : 0, std::memory_order_relaxed);
   s.logServerOk.store(0, std::memory_order_relaxed);
   s.lastFailureTick.store(plat::TickCount(), std::memory_order_relaxed);
   return false;
@@ -236,6 +247,8 @@ void SetTestSink(TraceSink sink, void* context) {
   s.sinkContext.store(context);
   s.sink.store(sink);
 }
+
+uint64_t DroppedLines() { return S().droppedLines.load(std::memory_order_relaxed); }
 
 void SetLogServerRetryInterval(uint32_t ms) {
   S().retryIntervalMs.store(ms);

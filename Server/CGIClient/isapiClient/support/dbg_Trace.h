@@ -6,7 +6,9 @@
 // for standard error), and hands the line to the server's log server over
 // the "Log_ServerNamePipe" pipe; when that is not done and a trace library
 // is loaded, the library gets it instead. Tracing never changes the outcome
-// of the operation that traces, and allocates nothing per call.
+// of the operation that traces, allocates nothing per call, and waits on a
+// busy or slow log server for a few milliseconds at most: past that the
+// line is dropped for the log server and counted (DroppedLines).
 #pragma once
 
 #include <cstddef>
@@ -72,6 +74,12 @@ void SetTestSink(TraceSink sink, void* context);
 // time has passed (5000 ms unless changed); meanwhile lines are not handed
 // over. A successful hand-over keeps every line going to the log server.
 void SetLogServerRetryInterval(uint32_t ms);
+
+// Trace lines the log server did not get because it was busy or slow: each
+// line whose hand-over gave up (see logcl_Command.h for the bounds), and the
+// lines passed over after it until the log server is tried again. Lines
+// that find no log server at all are not counted. Process-wide, only grows.
+uint64_t DroppedLines();
 
 }  // namespace dbg
 

@@ -25,7 +25,7 @@ constexpr std::size_t kRequestChars = dbg::kTraceBufferChars + 512;
 
 }  // namespace
 
-bool logcl_WriteLog(const LogWriteRequest& r) {
+LogWriteResult logcl_WriteLog(const LogWriteRequest& r) {
   char16_t request[kRequestChars];
   std::size_t length = fmt16::Format(request, kRequestChars,
                                      u"LOG_WRITE\t%04d-%02d-%02d %02d:%02d:%02d.%03d\t%u\t%u\t%d\t%s\t%d\t%s",
@@ -33,7 +33,7 @@ bool logcl_WriteLog(const LogWriteRequest& r) {
                                      r.time.second, r.time.millisecond, r.processId, r.threadId, r.level,
                                      r.source ? r.source : u"", r.line, r.text ? r.text : u"");
   CPipeClient client;
-  if (!client.Open(kLogServerPipeName)) {
+  if (!client.Open(kLogServerPipeName, PipeBounds{kLogServerBusyWaitMs, kLogServerSendMs})) {
     uint32_t err = plat::LastError();
     if (err == plat::kErrorFileNotFound) {
       if (!g_noticeShown.exchange(true)) {
@@ -42,15 +42,13 @@ bool logcl_WriteLog(const LogWriteRequest& r) {
     } else {
       dbg::TraceQuietW(5, kTraceSource, kOpenFailedLine, u"Initial pipe client failed! err=%d", err);
     }
-    return false;
+    return err == plat::kErrorSemTimeout ? LogWriteResult::kGaveUp : LogWriteResult::kFailed;
   }
   uint32_t bytes = static_cast<uint32_t>(length * sizeof(char16_t));
-  bool sent = client.Send(request, &bytes);
-  if (!sent) {
-    dbg::TraceQuietW(5, kTraceSource, kSendFailedLine, u"pipe send failed!. err=%d", plat::LastError());
-  }
-  client.Close();
-  return sent;
+  if (client.Send(request, &bytes)) return LogWriteResult::kWritten;
+  uint32_t err = plat::LastError();
+  dbg::TraceQuietW(5, kTraceSource, kSendFailedLine, u"pipe send failed!. err=%d", err);
+  return err == plat::kErrorSemTimeout ? LogWriteResult::kGaveUp : LogWriteResult::kFailed;
 }
 
 void logcl_ResetNotice() { g_noticeShown = false; }

@@ -3,14 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <new>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/errors.h"
 #include "platform/machine_config.h"
@@ -111,6 +114,7 @@ TEST_F(Trace, LocalLineHasTheExactFormat) {
 TEST_F(Trace, WithoutALogServerTheNoticeIsGivenOnce) {
   TraceCapture capture;
   dbg::SetLogServerRetryInterval(0);  // try the log server on every call
+  const uint64_t dropped = dbg::DroppedLines();
   for (int i = 0; i < 20; ++i) dbg::TraceW(73, kTraceSource, __LINE__, u"burst %d", i);
   int notices = 0;
   for (const auto& line : capture.AllLines()) {
@@ -124,11 +128,13 @@ TEST_F(Trace, WithoutALogServerTheNoticeIsGivenOnce) {
   }
   EXPECT_EQ(notices, 1);
   EXPECT_EQ(capture.Count("burst"), 20);
+  EXPECT_EQ(dbg::DroppedLines(), dropped) << "no log server is not a busy one";
 }
 
 TEST_F(Trace, LinesAreHandedToTheLogServerAsLogWrite) {
   auto server = StartLogServer();
   ASSERT_TRUE(server);
+  const uint64_t dropped = dbg::DroppedLines();
   std::u16string long_text(3000, u'y');  // travels as several 1024-byte pieces
   dbg::TraceW(69, u".\\isapi_OnStart", 412, u"first %d", 1);
   server->WaitFor(1);
@@ -144,6 +150,47 @@ TEST_F(Trace, LinesAreHandedToTheLogServerAsLogWrite) {
   EXPECT_EQ(std::stoul(m[1]), plat::CurrentProcessId());
   EXPECT_EQ(std::stoul(m[2]), plat::CurrentThreadId());
   EXPECT_EQ(requests[1].text.back().substr(requests[1].text.back().size() - 3000), std::u16string(3000, u'y'));
+  EXPECT_EQ(dbg::DroppedLines(), dropped);
+}
+
+// A log server that cannot take a line must not hold the thread that
+// traces: the call gives up after a few milliseconds and counts the line.
+// Busy: clients that say nothing hold every instance (on POSIX, every place
+// in the queue of connections). Silent: the line's connection is taken but
+// never read, so on Windows its writes stall once the pipe's buffer is full.
+TEST_F(Trace, ABusyOrSilentLogServerHoldsATraceCallOnlyBriefly) {
+  enum class Server { kBusy, kSilent };
+  const std::u16string text(4000, u'z');  // about 8 KB: several pipe messages
+  for (const Server kind : {Server::kBusy, Server::kSilent}) {
+    SCOPED_TRACE(kind == Server::kBusy ? "busy" : "silent");
+    dbg::SetLogServerRetryInterval(0);  // every call tries the log server
+    plat::PipeServerEnd server;
+    ASSERT_TRUE(server.Create(kLogServerPipeName, 1, 1024, 1024, 1000)) << plat::LastError();
+    std::vector<std::unique_ptr<plat::PipeClient>> holders;
+    if (kind == Server::kBusy) {
+      for (;;) {
+        auto holder = std::make_unique<plat::PipeClient>();
+        if (!holder->Open(kLogServerPipeName)) break;
+        holders.push_back(std::move(holder));
+        ASSERT_LT(holders.size(), 1000u) << "the pipe never became busy";
+      }
+      ASSERT_EQ(plat::LastError(), plat::kErrorPipeBusy);
+    }
+    const uint64_t dropped = dbg::DroppedLines();
+    for (int i = 0; i < 3; ++i) {
+      const auto start = std::chrono::steady_clock::now();
+      dbg::TraceW(73, kTraceSource, __LINE__, u"%s", text);
+      EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200)) << i;
+    }
+    if (kind == Server::kBusy) {
+      EXPECT_EQ(dbg::DroppedLines(), dropped + 3);
+      // Lines passed over while the busy log server is rested count too.
+      dbg::SetLogServerRetryInterval(60000);
+      dbg::TraceW(73, kTraceSource, __LINE__, u"gives up");
+      dbg::TraceW(73, kTraceSource, __LINE__, u"passed over");
+      EXPECT_EQ(dbg::DroppedLines(), dropped + 5);
+    }
+  }
 }
 
 TEST_F(Trace, ATraceCallAllocatesNothing) {

@@ -82,6 +82,32 @@ TEST_F(Pipe, EachWriteArrivesAsOneMessage) {
   writer.join();
 }
 
+// A writer that would rather lose a message than wait gives up on a reader
+// that has stopped reading once the pipe's buffer is full, within its
+// bound, and says why.
+TEST_F(Pipe, BoundedWriteGivesUpOnAReaderThatStoppedReading) {
+  PipeClient client;
+  ASSERT_TRUE(client.OpenForBoundedWrites(name_.c_str())) << LastError();
+  ASSERT_TRUE(client.SetMessageReadMode());
+  Accept();
+  const std::string piece(1024, 'x');
+  int taken = 0;
+  for (; taken < 100000; ++taken) {
+    uint32_t written = 0;
+    const auto start = std::chrono::steady_clock::now();
+    const bool ok = client.WriteWithin(piece.data(), 1024, &written, 20);
+    const uint32_t error = LastError();
+    ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500)) << taken;
+    if (!ok) {
+      EXPECT_EQ(error, kErrorSemTimeout);
+      EXPECT_EQ(written, 0u);
+      break;
+    }
+    ASSERT_EQ(written, 1024u);
+  }
+  EXPECT_LT(taken, 100000) << "the pipe never filled";
+}
+
 TEST_F(Pipe, LongMessageIsReadInPiecesWithMoreData) {
   PipeClient client;
   ASSERT_TRUE(client.Open(name_.c_str()));

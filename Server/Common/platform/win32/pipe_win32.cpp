@@ -53,6 +53,8 @@ bool PipeClient::SetMessageReadMode() {
 }
 
 bool PipeClient::Write(const void* data, uint32_t size, uint32_t* written) {
+  // An overlapped handle must be written with an OVERLAPPED of its own.
+  if (overlapped_) return WriteWithin(data, size, written, INFINITE);
   DWORD n = 0;
   BOOL ok = ::WriteFile(handle_, data, size, &n, nullptr);
   if (written) *written = n;
@@ -62,6 +64,50 @@ bool PipeClient::Write(const void* data, uint32_t size, uint32_t* written) {
 void PipeClient::Close() {
   if (handle_) ::CloseHandle(handle_);
   handle_ = nullptr;
+  overlapped_ = false;
+}
+
+bool PipeClient::OpenForBoundedWrites(const char16_t* name) {
+  Close();
+  wchar_t path[kPathCapacity];
+  if (!PipePath(name, path)) return false;
+  HANDLE h = ::CreateFileW(path, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return false;
+  handle_ = h;
+  overlapped_ = true;
+  return true;
+}
+
+bool PipeClient::WriteWithin(const void* data, uint32_t size, uint32_t* written, uint32_t timeoutMs) {
+  if (written) *written = 0;
+  if (!overlapped_) {
+    // A synchronous handle's write cannot be abandoned from its own thread.
+    ::SetLastError(ERROR_INVALID_PARAMETER);
+    return false;
+  }
+  HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (!done) return false;
+  OVERLAPPED overlapped{};
+  overlapped.hEvent = done;
+  DWORD n = 0;
+  BOOL ok = ::WriteFile(handle_, data, size, nullptr, &overlapped);
+  DWORD err = ok ? ERROR_SUCCESS : ::GetLastError();
+  if (ok || err == ERROR_IO_PENDING) {
+    bool abandoned = false;
+    if (!ok && ::WaitForSingleObject(done, timeoutMs) == WAIT_TIMEOUT) {
+      ::CancelIo(handle_);
+      abandoned = true;
+    }
+    // Waits for the cancellation too: the system may not touch data after
+    // this returns. A write that completed just before it still counts.
+    ok = ::GetOverlappedResult(handle_, &overlapped, &n, TRUE);
+    err = ok ? ERROR_SUCCESS : ::GetLastError();
+    if (!ok && abandoned && err == ERROR_OPERATION_ABORTED) err = ERROR_SEM_TIMEOUT;
+  }
+  ::CloseHandle(done);
+  if (written) *written = n;
+  ::SetLastError(err);
+  return ok != FALSE;
 }
 
 bool PipeClient::WaitAvailable(const char16_t* name, uint32_t timeoutMs) {
