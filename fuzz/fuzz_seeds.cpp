@@ -33,6 +33,16 @@ std::vector<std::vector<uint8_t>> MessageSeeds() {
     ser::WriteU32(m, 1);
     seeds.push_back(Wire(m));
   }
+  // File-backed messages naming files outside the spill folder, or names no
+  // writer makes: each must be refused without being opened or deleted.
+  for (const char16_t* path : {u"/etc/passwd", u"/tmp/mst0001.tmp", u"C:\\Windows\\Temp\\mst1A2B.tmp",
+                               u"\\\\server\\share\\mst1A2B.tmp", u"mst0001.tmp", u"../mst0001.tmp", u"/dev/zero"}) {
+    CMsgSerializer m(u"CMDHLV2_SET_LOG_COMMON");
+    ser::WriteWString(m, path);
+    std::vector<uint8_t> wire = Wire(m);
+    wire[16] |= CMsgSerializer::kFileFlag;  // header byte 4
+    seeds.push_back(std::move(wire));
+  }
   return seeds;
 }
 

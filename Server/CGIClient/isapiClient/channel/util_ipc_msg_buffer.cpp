@@ -1,5 +1,6 @@
 #include "util_ipc_msg_buffer.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <new>
@@ -43,19 +44,23 @@ std::u16string FolderKey(std::u16string folder) {
 }  // namespace
 
 bool CIPCMsgBuffer::IsSpillFilePath(const std::u16string& path) {
-  std::size_t cut = path.find_last_of(u"\\/");
+  const std::size_t cut = path.find_last_of(u"\\/");
   if (cut == std::u16string::npos) return false;
-  std::u16string_view name = std::u16string_view(path).substr(cut + 1);
-  if (name.size() < 7 || !plat::EqualsIgnoringAsciiCase(name.substr(0, 3), u"mst") ||
-      !plat::EqualsIgnoringAsciiCase(name.substr(name.size() - 4), u".tmp") || name.find(u"..") != name.npos) {
+  // The name as the writer makes it: "mst", a unique part of letters and
+  // digits (hexadecimal on Windows), ".tmp".
+  const std::u16string_view name = std::u16string_view(path).substr(cut + 1);
+  if (name.size() < 8 || !plat::EqualsIgnoringAsciiCase(name.substr(0, 3), u"mst") ||
+      !plat::EqualsIgnoringAsciiCase(name.substr(name.size() - 4), u".tmp")) {
     return false;
   }
-  const std::u16string folder = FolderKey(path.substr(0, cut));
-  std::u16string candidate;
-  if (plat::ReadServerLocalPath(&candidate) && FolderKey(candidate) == folder) return true;
-  if (plat::UserCacheFolder(&candidate) && FolderKey(candidate) == folder) return true;
-  if (plat::TempFolder(&candidate) && FolderKey(candidate) == folder) return true;
-  return false;
+  for (const char16_t c : name.substr(3, name.size() - 7)) {
+    if (!((c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'))) return false;
+  }
+  // Only the folder this side would write its own spill files to: a sender
+  // naming a file elsewhere (the temporary folder, say, where anybody can
+  // make files) would otherwise have us read, and delete, it.
+  std::u16string folder;
+  return SpillFolder(&folder) && FolderKey(folder) == FolderKey(path.substr(0, cut));
 }
 
 // ---------------------------------------------------------------- exception
@@ -85,6 +90,7 @@ CIPCMsgBuffer::~CIPCMsgBuffer() {
     spillStream_.reset();
     plat::GrantServiceAccess(spillPath_);
   }
+  spillInput_.Close();  // Windows deletes no file that is still open
   if (spillPath_[0] && deleteSpillFile_) plat::DeleteFileAt(spillPath_);
 }
 
@@ -155,8 +161,10 @@ bool CIPCMsgBuffer::CreateSpillFile() {
 bool CIPCMsgBuffer::OpenSpillForInput(const std::u16string& path) {
   if (path.empty() || path.size() >= kPathChars || !IsSpillFilePath(path)) return false;
   std::memcpy(spillPath_, path.c_str(), (path.size() + 1) * sizeof(char16_t));
-  spillStream_ = std::make_unique<std::fstream>(FsPath(path), std::ios::in | std::ios::binary);
-  return spillStream_->is_open();
+  // From here the file is ours to remove, however the open or the reading
+  // ends: a file left because it could not be read would stay for good.
+  deleteSpillFile_ = true;
+  return spillInput_.Open(path);
 }
 
 void CIPCMsgBuffer::CloseSpillStream() {
@@ -196,50 +204,38 @@ void CIPCMsgBuffer::Clear() {
 }
 
 bool CIPCMsgBuffer::Refill(uint32_t need, uint32_t required) {
-  if (!spillStream_ || spillStream_->eof() || spillStream_->fail()) return false;
+  if (!spillInput_.IsOpen()) return false;
   const uint32_t remaining = m_dwBytesUsed - m_dwCurPos;
+  const uint64_t available = uint64_t{remaining} + spillInput_.Remaining();
   // A length that claims more than the file still holds cannot be met:
   // refuse it before allocating for it. (The logging read asks for four
   // bytes more than it requires.)
-  if (uint64_t{required} - remaining > SpillBytesLeft()) return false;
-  uint32_t size = 0;
-  if (need - remaining <= m_dwBytesUsed && data_ != nullptr) {
-    std::memmove(data_, data_ + m_dwCurPos, remaining);
-    size = m_dwBytesUsed;
-  } else {
-    uint64_t wanted = uint64_t{m_dwCurPos} + need;
-    if (wanted > UINT32_MAX) return false;
-    auto* block = new (std::nothrow) uint8_t[wanted];
+  if (required > available) return false;
+  // The window takes the whole of what is asked for, however much longer
+  // than the window so far; it keeps the block already held (at least
+  // kRefillWindow), and is filled only with what the file can still deliver.
+  const uint64_t window =
+      std::min<uint64_t>(std::max<uint64_t>({need, capacity_, kRefillWindow}), available);
+  if (data_ == nullptr || window > capacity_) {
+    auto* block = new (std::nothrow) uint8_t[window];
     if (!block) return false;
-    std::memset(block, 0, wanted);
     if (remaining) std::memcpy(block, data_ + m_dwCurPos, remaining);
     if (owner_) delete[] data_;
     data_ = block;
     owner_ = true;
-    size = static_cast<uint32_t>(wanted);
-    capacity_ = size;
+    capacity_ = static_cast<uint32_t>(window);
+  } else if (remaining) {
+    std::memmove(data_, data_ + m_dwCurPos, remaining);
   }
-  const uint32_t wantedBytes = size - remaining;
-  spillStream_->read(reinterpret_cast<char*>(data_ + remaining), wantedBytes);
-  const auto delivered = static_cast<uint32_t>(spillStream_->gcount());
-  m_dwBytesUsed = delivered < wantedBytes ? delivered + remaining : size;
+  const uint32_t delivered = spillInput_.Read(data_ + remaining, static_cast<uint32_t>(window) - remaining);
+  m_dwBytesUsed = remaining + delivered;
   m_dwCurPos = previousPos_ = 0;
-  if (spillStream_->eof() || spillStream_->fail()) {
-    spillStream_->close();
-    spillStream_.reset();
-  }
+  // Read to its end, or the file failed: nothing more will come from it.
+  if (spillInput_.Remaining() == 0) spillInput_.Close();
   return true;
 }
 
-uint64_t CIPCMsgBuffer::SpillBytesLeft() {
-  if (!spillStream_ || spillStream_->fail()) return 0;
-  const std::streampos here = spillStream_->tellg();
-  if (here < 0) return 0;
-  spillStream_->seekg(0, std::ios::end);
-  const std::streamoff left = spillStream_->tellg() - here;
-  spillStream_->seekg(here);
-  return left > 0 ? static_cast<uint64_t>(left) : 0;
-}
+uint64_t CIPCMsgBuffer::SpillBytesLeft() { return spillInput_.IsOpen() ? spillInput_.Remaining() : 0; }
 
 bool CIPCMsgBuffer::NextItemAvailable() {
   const uint32_t n = PeekU32();

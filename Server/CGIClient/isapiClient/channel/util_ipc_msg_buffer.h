@@ -3,6 +3,11 @@
 // grown to 2 MiB it moves into an "mstmp" temporary file (a spill file) and
 // keeps appending there, and reads refill the in-memory part from the file.
 // Every fault raises CIPCMsgBufferException.
+//
+// A received file-backed message names its spill file. The name is trusted
+// only as far as the checks below go: an "mst*.tmp" name in the one folder
+// this side's own spill files go to (IsSpillFilePath), then a plain file,
+// never a link, and on POSIX one of this user or root (plat::TempFileReader).
 #pragma once
 
 #include <cstdint>
@@ -10,6 +15,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/temp_file.h"
 #include "support/os_Exception.h"
 
 class CIPCMsgBufferException : public OS::CException {
@@ -25,6 +31,10 @@ class CIPCMsgBuffer {
  public:
   static constexpr uint32_t kSpillThreshold = 2 * 1024 * 1024;
   static constexpr std::size_t kPathChars = 521;
+  // The least a refill of the in-memory window reads from a spill file (or
+  // all the file still holds, when that is less), so that a file of small
+  // items is not read a few hundred bytes at a time.
+  static constexpr uint32_t kRefillWindow = 64 * 1024;
 
   explicit CIPCMsgBuffer(uint32_t growthStep = 1024, bool owner = true);
   virtual ~CIPCMsgBuffer();
@@ -55,10 +65,16 @@ class CIPCMsgBuffer {
   // appends go to the file. False (and still in memory) when it cannot.
   bool SpillNow();
   // Opens an existing spill file for input; later reads refill from it.
-  // Only a spill file is opened: a path that is not an "mst*.tmp" file in
-  // the server folder, the cache folder or the temporary folder is refused,
-  // since the receiver deletes what it has read.
+  // A path that IsSpillFilePath refuses is neither opened nor ever deleted.
+  // One it accepts is this buffer's to delete from then on, whether or not
+  // the file can be opened (or is refused once open): the receiver is a
+  // spill file's last reader, and nobody else would remove it.
   bool OpenSpillForInput(const std::u16string& path);
+  // Whether the path is "mst" + letters and digits + ".tmp" in the folder
+  // where this side's own spill files go (the server folder when one is
+  // configured, else the cache folder, else the temporary folder: the first
+  // of them there is, and only that one). Sender and receiver must have the
+  // same folder configured.
   static bool IsSpillFilePath(const std::u16string& path);
   // Closes the output stream, keeping the file, and gives the file the
   // access the command-handler service needs. Raises kInvalidBuffer when
@@ -86,10 +102,12 @@ class CIPCMsgBuffer {
 
  private:
   // Makes unread bytes available from the spill file: asks for `need`,
-  // and gives up at once when not even `required` of them can come.
+  // and gives up at once (allocating nothing) when not even `required` of
+  // them can come. The window grows to what is asked, bounded by what the
+  // file holds.
   bool Refill(uint32_t need, uint32_t required);
   bool Refill(uint32_t need) { return Refill(need, need); }
-  // Bytes the spill stream can still deliver (0 without one).
+  // Bytes the spill file can still deliver (0 without one open for input).
   uint64_t SpillBytesLeft();
   void EnsureReadable(uint32_t need, int line);
   const uint8_t* ReadItemImpl(uint32_t* length, bool logging);
@@ -101,7 +119,8 @@ class CIPCMsgBuffer {
   uint8_t* data_ = nullptr;
   bool owner_;
   char16_t spillPath_[kPathChars] = {};
-  std::unique_ptr<std::fstream> spillStream_;
+  std::unique_ptr<std::fstream> spillStream_;  // output: this side wrote the file
+  plat::TempFileReader spillInput_;             // input: the file of a received message
   bool deleteSpillFile_ = false;
   uint32_t m_dwCurPos = 0;
   uint32_t previousPos_ = 0;

@@ -130,6 +130,60 @@ TEST(MsgBuffer, SpilledMessageIsReadBackWhole) {
   EXPECT_EQ(folder.SpillFiles(), 0) << "the receiver deletes the file it has read";
 }
 
+// Load leaves in memory a window the size of the message that came over the
+// pipe (some 250 bytes: the prologue and the file's path), and reads refill
+// it from the file. Items longer than that window, by a little or by many
+// times, are read whole, one after another; a length the file cannot back
+// is still refused.
+TEST(MsgBuffer, SpilledItemsLongerThanTheWindowAreReadWhole) {
+  ScopedServerFolder folder;
+  uint32_t window = 0;
+  {
+    CMsgSerializer probe(u"CMDHLV2_SET_LOG_COMMON", 2);
+    probe.Finish();
+    window = probe.GetSize();
+  }
+  const uint32_t lengths[] = {window + 1,     window + 40,   window * 3 / 2, window * 2 - 40,
+                              window * 2 + 40, window * 5,   70 * 1024,      150 * 1024,
+                              3 * 1024 * 1024};
+  for (const uint32_t length : lengths) {
+    std::vector<uint8_t> item(length);
+    for (uint32_t k = 0; k < length; ++k) item[k] = static_cast<uint8_t>(k * 7 + length);
+    std::unique_ptr<uint8_t[]> wire;
+    uint32_t size = 0;
+    {
+      CMsgSerializer sender(u"CMDHLV2_SET_LOG_COMMON", 2);
+      for (uint32_t i = 0; i < 3; ++i) {
+        ser::WriteU32(sender, i);
+        ser::WriteBlock(sender, item.data(), length);
+      }
+      const uint32_t claimed = 0xFFFFFFF0u;
+      sender.Buffer().Append(&claimed, 4);
+      sender.Finish();
+      wire.reset(sender.DetachBytes(&size));
+      sender.HandOverSpillFile();
+    }
+    CMsgSerializer receiver;
+    ASSERT_TRUE(receiver.Load(wire.get(), size)) << length;
+    try {
+      for (uint32_t i = 0; i < 3; ++i) {
+        uint32_t marker = 99;
+        std::vector<uint8_t> back;
+        EXPECT_TRUE(ser::ReadU32(receiver, &marker));
+        EXPECT_EQ(marker, i);
+        EXPECT_TRUE(ser::ReadBytes(receiver, &back));
+        EXPECT_TRUE(back == item) << "item " << i << " of " << length << " bytes";
+      }
+      uint32_t n = 0;
+      EXPECT_THROW(receiver.Buffer().ReadItemSilent(&n), CIPCMsgBufferException) << length;
+    } catch (const CIPCMsgBufferException& e) {
+      ADD_FAILURE() << "items of " << length << " bytes, window " << window << ": "
+                    << plat::ToUtf8(CIPCMsgBufferException::MessageFor(e.Code()));
+    }
+  }
+  EXPECT_EQ(folder.SpillFiles(), 0);
+}
+
 #if !defined(_WIN32)
 TEST(MsgBuffer, AFullDiskDuringASpillRaisesInsteadOfLosingBytes) {
   ScopedServerFolder folder;

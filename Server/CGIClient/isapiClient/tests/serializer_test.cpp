@@ -3,12 +3,24 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include "platform/machine_config.h"
+#include "platform/temp_file.h"
 #include "platform/text.h"
 #include "server_folder.h"
 #include "wire_format.h"
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -30,6 +42,19 @@ void PutWide(Bytes& out, const std::string& ascii) {
   }
   out.push_back(0);
   out.push_back(0);
+}
+
+// A file-backed message naming `path` as its file.
+peer::Bytes FileBackedWire(const std::u16string& path) {
+  peer::Bytes header(16, 0);
+  header[1] = 0xAC;
+  header[4] = 0x02;
+  return peer::Builder().U32(1).Block(header).WString(u"CMD").WString(u"0105CMD1_2_3").WString(path).bytes();
+}
+
+void WriteFileBytes(const std::u16string& path, const peer::Bytes& bytes) {
+  std::ofstream out(std::filesystem::path(path), std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 TEST(MsgSerializer, PrologueIsExactToTheByte) {
@@ -106,19 +131,114 @@ TEST(Serializer, MessagesTooShortForTheirPrologueRaise) {
 
 TEST(Serializer, AFileBackedMessageNamingAnyOtherFileIsRefused) {
   ScopedServerFolder folder;
-  // A message that claims its body is in a file outside the spill folders
-  // (or not a spill file) must not make the receiver read or delete it.
-  const std::u16string victim = folder.path() + u"/../precious.txt";
-  for (const std::u16string& path : {victim, folder.path() + u"/notmine.tmp", std::u16string(u"relative.tmp")}) {
-    peer::Bytes header(16, 0);
-    header[1] = 0xAC;
-    header[4] = 0x02;
-    peer::Builder builder;
-    builder.U32(1).Block(header).WString(u"CMD").WString(u"0105CMD1_2_3").WString(path);
+  // A message that claims its body is in a file outside the spill folder
+  // (or not a spill file) must not make the receiver read or delete it. That
+  // holds for a spill file of the temporary or cache folder too: with a
+  // server folder configured, this side's spill files never go there.
+  std::u16string temp, cache;
+  ASSERT_TRUE(plat::TempFolder(&temp));
+  ASSERT_TRUE(plat::UserCacheFolder(&cache));
+  std::vector<std::u16string> planted;
+  for (std::u16string other : {temp, cache}) {
+    if (other.back() != u'\\' && other.back() != u'/') other.push_back(plat::kPathSeparator);
+    std::u16string full;
+    ASSERT_TRUE(plat::CreateTempFile(other, u"mstmp", &full)) << plat::ToUtf8(other);
+    planted.push_back(full);
+    WriteFileBytes(full, peer::Builder().Prologue(u"CMD", u"0105CMD1_2_3").U32(7).bytes());
+  }
+  const std::u16string spillName = plat::FileNamePart(planted[0]);
+  const std::u16string paths[] = {
+      folder.path() + u"/../precious.txt",      folder.path() + u"/notmine.tmp", u"relative.tmp", spillName,
+      folder.path() + u"/../" + spillName,      folder.path() + u"/sub/" + spillName,
+      planted[0],                               planted[1],
+  };
+  for (const std::u16string& path : paths) {
+    const peer::Bytes wire = FileBackedWire(path);
     CMsgSerializer receiver;
-    EXPECT_FALSE(receiver.Load(builder.bytes().data(), static_cast<uint32_t>(builder.bytes().size())))
-        << plat::ToUtf8(path);
+    EXPECT_FALSE(receiver.Load(wire.data(), static_cast<uint32_t>(wire.size()))) << plat::ToUtf8(path);
+  }
+  for (const std::u16string& path : planted) {
+    EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(path))) << "left alone: " << plat::ToUtf8(path);
+    plat::DeleteFileAt(path);
   }
 }
+
+// The receiver is the last reader of a spill file it was sent, so one it
+// refuses to read, or cannot open, is removed as well: nobody else would.
+TEST(Serializer, ASpillFileTheReceiverCannotOpenIsRemovedAllTheSame) {
+  ScopedServerFolder folder;
+  std::u16string full;
+  ASSERT_TRUE(plat::CreateTempFile(folder.path() + plat::kPathSeparator, u"mstmp", &full));
+  WriteFileBytes(full, peer::Builder().Prologue(u"CMD", u"0105CMD1_2_3").U32(7).bytes());
+  const peer::Bytes wire = FileBackedWire(full);
+  {
+    CMsgSerializer receiver;
+    bool loaded = true;
+#if defined(_WIN32)
+    // Held without sharing, the file cannot be opened meanwhile.
+    HANDLE held = ::CreateFileW(reinterpret_cast<const wchar_t*>(full.c_str()), GENERIC_READ, 0, nullptr,
+                                OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    loaded = receiver.Load(wire.data(), static_cast<uint32_t>(wire.size()));
+    ::CloseHandle(held);
+#else
+    // No descriptor left for this process: the open fails with EMFILE.
+    const int lowestFree = ::dup(0);
+    ::close(lowestFree);
+    rlimit saved{};
+    ::getrlimit(RLIMIT_NOFILE, &saved);
+    rlimit limited = saved;
+    limited.rlim_cur = static_cast<rlim_t>(lowestFree);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limited), 0);
+    loaded = receiver.Load(wire.data(), static_cast<uint32_t>(wire.size()));
+    ::setrlimit(RLIMIT_NOFILE, &saved);
+#endif
+    EXPECT_FALSE(loaded);
+  }
+  EXPECT_EQ(folder.SpillFiles(), 0);
+}
+
+#if !defined(_WIN32)
+// Only a plain file of this user (or root) is read: a sender able to write
+// to the spill folder must not make the receiver read through a link, hang
+// on a pipe, or take another user's file. Each such entry is removed, and
+// what it pointed at is left as it was.
+TEST(Serializer, ASpillFileThatIsNotAPlainFileOfOursIsRefusedAndRemoved) {
+  ScopedServerFolder folder;
+  const std::string outside = plat::ToUtf8(folder.path()) + "-outside.msg";
+  const peer::Bytes body = peer::Builder().Prologue(u"CMD", u"0105CMD1_2_3").U32(7).bytes();
+  WriteFileBytes(plat::FromUtf8(outside), body);
+  struct Case {
+    const char* what;
+    bool asRootOnly;
+    int (*plant)(const char* outside, const char* at);
+  };
+  const Case cases[] = {
+      {"a symbolic link to a message", false, [](const char* o, const char* at) { return ::symlink(o, at); }},
+      {"a second link to a message", false, [](const char* o, const char* at) { return ::link(o, at); }},
+      {"a named pipe", false, [](const char*, const char* at) { return ::mkfifo(at, 0600); }},
+      {"another user's file", true,
+       [](const char* o, const char* at) {
+         std::filesystem::copy_file(o, at);
+         return ::chown(at, 4321, 4321);
+       }},
+  };
+  for (const Case& c : cases) {
+    if (c.asRootOnly && ::geteuid() != 0) continue;
+    const std::string at = plat::ToUtf8(folder.path()) + "/mstcase.tmp";
+    ASSERT_EQ(c.plant(outside.c_str(), at.c_str()), 0) << c.what;
+    const peer::Bytes wire = FileBackedWire(plat::FromUtf8(at));
+    {
+      CMsgSerializer receiver;
+      EXPECT_FALSE(receiver.Load(wire.data(), static_cast<uint32_t>(wire.size()))) << c.what;
+    }
+    struct stat st {};
+    EXPECT_NE(::lstat(at.c_str(), &st), 0) << c.what << " is removed";
+    ASSERT_EQ(::stat(outside.c_str(), &st), 0) << c.what;
+    EXPECT_EQ(static_cast<std::size_t>(st.st_size), body.size()) << c.what;
+  }
+  ::unlink(outside.c_str());
+}
+#endif
 
 }  // namespace

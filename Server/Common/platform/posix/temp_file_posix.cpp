@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include "platform/errors.h"
 #include "platform/temp_file.h"
 #include "platform/text.h"
+#include "posix_util.h"
 
 namespace plat {
 
@@ -37,6 +39,69 @@ bool DeleteFileAt(const std::u16string& fullName) {
     return false;
   }
   return true;
+}
+
+TempFileReader::~TempFileReader() { Close(); }
+
+bool TempFileReader::Open(const std::u16string& fullName) {
+  Close();
+  const std::string path = posix::NativePath(fullName);
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    const int error = errno;
+    if (error == ELOOP) {  // what O_NOFOLLOW answers for a symbolic link
+      posix::Diagnose("spill file %s refused: a symbolic link", path.c_str());
+      SetLastError(kErrorAccessDenied);
+    } else {
+      SetLastError(ErrorFromErrno(error));
+    }
+    return false;
+  }
+  struct stat st {};
+  const char* why = nullptr;
+  if (::fstat(fd, &st) != 0) {
+    why = "cannot be examined";
+  } else if (!S_ISREG(st.st_mode)) {
+    why = "not a regular file";
+  } else if (st.st_nlink != 1) {
+    why = "more than one link";  // a second name for a file kept elsewhere
+  } else if (st.st_uid != ::geteuid() && st.st_uid != 0) {
+    why = "owned by another user";
+  }
+  if (why) {
+    posix::Diagnose("spill file %s refused: %s", path.c_str(), why);
+    ::close(fd);
+    SetLastError(kErrorAccessDenied);
+    return false;
+  }
+  handle_ = fd;
+  size_ = static_cast<uint64_t>(st.st_size);
+  position_ = 0;
+  return true;
+}
+
+uint32_t TempFileReader::Read(void* into, uint32_t size) {
+  if (handle_ == kNoHandle) return 0;
+  if (size > Remaining()) size = static_cast<uint32_t>(Remaining());
+  uint32_t done = 0;
+  while (done < size) {
+    const ssize_t n = ::read(handle_, static_cast<char*>(into) + done, size - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      SetLastError(n < 0 ? ErrorFromErrno(errno) : kErrorHandleEof);
+      break;
+    }
+    done += static_cast<uint32_t>(n);
+  }
+  position_ += done;
+  if (done < size) size_ = position_;
+  return done;
+}
+
+void TempFileReader::Close() {
+  if (handle_ != kNoHandle) ::close(handle_);
+  handle_ = kNoHandle;
+  size_ = position_ = 0;
 }
 
 }  // namespace plat

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <thread>
@@ -102,6 +103,49 @@ TEST(TempFile, NameKeepsThreeLettersOfThePrefixAndEndsInTmp) {
     EXPECT_TRUE(DeleteFileAt(full)) << LastError();
   }
   EXPECT_EQ(names.size(), 3u);
+}
+
+// The reader never reads past the end the file had when opened, and a file
+// that shrinks under it ends the reading instead of faulting or spinning.
+TEST(TempFile, ReaderReadsInPiecesUpToTheEndItFound) {
+  std::u16string folder, full;
+  ASSERT_TRUE(TempFolder(&folder));
+  ASSERT_TRUE(CreateTempFile(folder, u"mstmp", &full)) << LastError();
+  {
+    std::ofstream out(std::filesystem::path(full), std::ios::binary);
+    out << "0123456789";
+  }
+  TempFileReader reader;
+  ASSERT_TRUE(reader.Open(full)) << LastError();
+  EXPECT_EQ(reader.Remaining(), 10u);
+  char piece[16] = {};
+  EXPECT_EQ(reader.Read(piece, 4), 4u);
+  EXPECT_EQ(std::string(piece, 4), "0123");
+  EXPECT_EQ(reader.Remaining(), 6u);
+  {
+    std::ofstream out(std::filesystem::path(full), std::ios::binary | std::ios::app);
+    out << "grown";
+  }
+  EXPECT_EQ(reader.Read(piece, sizeof piece), 6u) << "only what the file held when opened";
+  EXPECT_EQ(std::string(piece, 6), "456789");
+  EXPECT_EQ(reader.Remaining(), 0u);
+
+  ASSERT_TRUE(reader.Open(full));
+  std::filesystem::resize_file(std::filesystem::path(full), 3);
+  EXPECT_EQ(reader.Read(piece, sizeof piece), 3u) << "shrunk: what there is";
+  EXPECT_EQ(reader.Remaining(), 0u);
+  reader.Close();
+  EXPECT_TRUE(DeleteFileAt(full));
+  EXPECT_FALSE(reader.Open(full));
+  EXPECT_EQ(LastError(), kErrorFileNotFound);
+#if !defined(_WIN32)
+  // A link is refused whatever it leads to, not followed.
+  const std::string link = ToUtf8(folder) + "mstlink.tmp";
+  ASSERT_EQ(::symlink("/etc/hostname", link.c_str()), 0);
+  EXPECT_FALSE(reader.Open(FromUtf8(link)));
+  EXPECT_EQ(LastError(), kErrorAccessDenied);
+  ::unlink(link.c_str());
+#endif
 }
 
 TEST(MachineConfig, ServerLocalPathIsReadFromTheMachineSetting) {

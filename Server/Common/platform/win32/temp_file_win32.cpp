@@ -51,4 +51,46 @@ bool DeleteFileAt(const std::u16string& fullName) {
   return ::DeleteFileW(W(fullName.c_str())) != FALSE;
 }
 
+TempFileReader::~TempFileReader() { Close(); }
+
+bool TempFileReader::Open(const std::u16string& fullName) {
+  Close();
+  // The sharing the C runtime's fopen gives, as before.
+  HANDLE file = ::CreateFileW(W(fullName.c_str()), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return false;
+  BY_HANDLE_FILE_INFORMATION info{};
+  if (::GetFileType(file) != FILE_TYPE_DISK || !::GetFileInformationByHandle(file, &info) ||
+      (info.dwFileAttributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) != 0 ||
+      info.nNumberOfLinks != 1) {
+    ::CloseHandle(file);
+    ::SetLastError(ERROR_ACCESS_DENIED);
+    return false;
+  }
+  handle_ = file;
+  size_ = (uint64_t{info.nFileSizeHigh} << 32) | info.nFileSizeLow;
+  position_ = 0;
+  return true;
+}
+
+uint32_t TempFileReader::Read(void* into, uint32_t size) {
+  if (handle_ == kNoHandle) return 0;
+  if (size > Remaining()) size = static_cast<uint32_t>(Remaining());
+  uint32_t done = 0;
+  while (done < size) {
+    DWORD n = 0;
+    if (!::ReadFile(handle_, static_cast<char*>(into) + done, size - done, &n, nullptr) || n == 0) break;
+    done += n;
+  }
+  position_ += done;
+  if (done < size) size_ = position_;
+  return done;
+}
+
+void TempFileReader::Close() {
+  if (handle_ != kNoHandle) ::CloseHandle(handle_);
+  handle_ = kNoHandle;
+  size_ = position_ = 0;
+}
+
 }  // namespace plat

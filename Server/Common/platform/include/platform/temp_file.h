@@ -1,7 +1,10 @@
 // Temporary files and the access the command-handler service needs to them.
 #pragma once
 
+#include <cstdint>
 #include <string>
+
+#include "platform/handle.h"
 
 namespace plat {
 
@@ -19,6 +22,39 @@ bool CreateTempFile(const std::u16string& folder, const char16_t* prefix,
 void GrantServiceAccess(const std::u16string& fullName);
 
 bool DeleteFileAt(const std::u16string& fullName);
+
+// A spill file opened for reading. The file is named by a message from
+// another process, so the name must lead to nothing but a plain file that
+// this machine's server wrote:
+// - POSIX: opened with O_NOFOLLOW (a symbolic link is refused) and
+//   O_NONBLOCK (a named pipe cannot hold the open up), then refused unless
+//   it is a regular file with one link, owned by this process's effective
+//   user or root.
+// - Windows: opened without following a reparse point, then refused when it
+//   is one, is not a disk file, or has more than one link.
+// A refusal is kErrorAccessDenied, with a diagnostic on POSIX.
+class TempFileReader {
+ public:
+  TempFileReader() = default;
+  ~TempFileReader();
+  TempFileReader(const TempFileReader&) = delete;
+  TempFileReader& operator=(const TempFileReader&) = delete;
+
+  bool Open(const std::u16string& fullName);
+  // Reads up to `size` bytes, never past the end the file had when opened;
+  // returns how many were read. Fewer than asked means the file ended sooner
+  // (it shrank) or a read failed: nothing more is read after that.
+  uint32_t Read(void* into, uint32_t size);
+  // Bytes still to read.
+  uint64_t Remaining() const { return size_ - position_; }
+  bool IsOpen() const { return handle_ != kNoHandle; }
+  void Close();
+
+ private:
+  NativeHandle handle_ = kNoHandle;
+  uint64_t size_ = 0;
+  uint64_t position_ = 0;
+};
 
 // The file name part of a path (after the last '\' or '/').
 std::u16string FileNamePart(const std::u16string& path);
