@@ -17,6 +17,8 @@ constexpr int kOpenFailedLine = 119;
 constexpr int kSendFailedLine = 126;
 
 std::atomic<bool> g_noticeShown{false};
+std::atomic<uint32_t> g_busyWaitMs{kLogServerBusyWaitMs};
+std::atomic<uint32_t> g_sendMs{kLogServerSendMs};
 
 // The request is one UTF-16LE text without terminator, fields joined by tabs:
 // LOG_WRITE, local time "YYYY-MM-DD hh:mm:ss.mmm", process id, thread id,
@@ -33,7 +35,7 @@ LogWriteResult logcl_WriteLog(const LogWriteRequest& r) {
                                      r.time.second, r.time.millisecond, r.processId, r.threadId, r.level,
                                      r.source ? r.source : u"", r.line, r.text ? r.text : u"");
   CPipeClient client;
-  if (!client.Open(kLogServerPipeName, PipeBounds{kLogServerBusyWaitMs, kLogServerSendMs})) {
+  if (!client.Open(kLogServerPipeName, PipeBounds{g_busyWaitMs.load(), g_sendMs.load()})) {
     uint32_t err = plat::LastError();
     if (err == plat::kErrorFileNotFound) {
       if (!g_noticeShown.exchange(true)) {
@@ -52,3 +54,8 @@ LogWriteResult logcl_WriteLog(const LogWriteRequest& r) {
 }
 
 void logcl_ResetNotice() { g_noticeShown = false; }
+
+void logcl_SetBounds(uint32_t busyWaitMs, uint32_t sendMs) {
+  g_busyWaitMs = busyWaitMs;
+  g_sendMs = sendMs;
+}

@@ -38,3 +38,6 @@ LogWriteResult logcl_WriteLog(const LogWriteRequest& request);
 
 // Forgets that the notice was shown (tests).
 void logcl_ResetNotice();
+// Replaces the bounds above (tests: a line that must arrive whatever the
+// machine's load is given more time).
+void logcl_SetBounds(uint32_t busyWaitMs, uint32_t sendMs);

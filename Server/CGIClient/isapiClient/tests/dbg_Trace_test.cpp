@@ -67,8 +67,15 @@ class Trace : public ::testing::Test {
     dbg::Initialize("", "", "isapiClient", 1);
     dbg::SetLogServerRetryInterval(5000);
     logcl_ResetNotice();
+    // A log server that is merely not scheduled for a few milliseconds on a
+    // loaded machine would lose lines these tests expect; the bounds
+    // themselves have a test of their own.
+    logcl_SetBounds(5000, 5000);
   }
-  void TearDown() override { dbg::Shutdown(); }
+  void TearDown() override {
+    logcl_SetBounds(kLogServerBusyWaitMs, kLogServerSendMs);
+    dbg::Shutdown();
+  }
 };
 
 TEST_F(Trace, LongMessageIsCutToTheBufferNotRejected) {
@@ -161,6 +168,7 @@ TEST_F(Trace, LinesAreHandedToTheLogServerAsLogWrite) {
 TEST_F(Trace, ABusyOrSilentLogServerHoldsATraceCallOnlyBriefly) {
   enum class Server { kBusy, kSilent };
   const std::u16string text(4000, u'z');  // about 8 KB: several pipe messages
+  logcl_SetBounds(kLogServerBusyWaitMs, kLogServerSendMs);
   for (const Server kind : {Server::kBusy, Server::kSilent}) {
     SCOPED_TRACE(kind == Server::kBusy ? "busy" : "silent");
     dbg::SetLogServerRetryInterval(0);  // every call tries the log server
