@@ -124,7 +124,12 @@ std::vector<std::vector<uint8_t>> ServiceSeeds() {
   for (const char16_t* text : {u"CMDHL_SET_MS_CFG\tuid\t[Manual_Scan]\r\nA=1\tB",
                                u"CMDHL_GET_MS_CFG\tpipe\tuid", u"CMDHL_IS_CONFIGFLAGSET\tpipe\tuid\t4096",
                                u"CMDHL_CMDHL_GET_CLN_ALERT_MSG\tpipe\t\t128",
-                               u"CMDHL_PFW_UPDATE_CFW_COUNT\tuid\t0\t1\t2\t3\t4\t5\t6\ttext\t1"}) {
+                               u"CMDHL_PFW_UPDATE_CFW_COUNT\tuid\t0\t1\t2\t3\t4\t5\t6\ttext\t1",
+                               // a reader naming a reply pipe of the protocol's form, and readers naming
+                               // the service's own pipe and a path
+                               u"CMDHL_GET_MS_CFG\t0105CMDHL_GET_MS_CFG12_34_56\tuid",
+                               u"CMDHL_GET_MS_CFG\tVanta Labs VGCR Command Handler Manager\tuid",
+                               u"CMDHL_GET_RT_CFG\t../../tmp/x\tuid"}) {
     std::vector<uint8_t> bytes;
     for (const char16_t* c = text; *c; ++c) {
       bytes.push_back(static_cast<uint8_t>(*c));
