@@ -180,12 +180,18 @@ MHD_Result Dispatch(Context& context, const char* method, bool streamed) {
   context.countedInFlight = true;
   ++server.inFlight();
   if (server.options().adapter) {
-    const bool taken = server.workers().Submit([flight, &module = server.module()] {
-      const DWORD status = module.HttpExtensionProc(flight->exchange->Ecb());
-      flight->failed = status == HSE_STATUS_ERROR;
-      flight->exchange->MarkDone();
-      flight->handoff->Finish();
-    });
+    const bool taken = server.workers().Submit(
+        [flight, &module = server.module()] {
+          const DWORD status = module.HttpExtensionProc(flight->exchange->Ecb());
+          flight->failed = status == HSE_STATUS_ERROR;
+          flight->exchange->MarkDone();
+          flight->handoff->Finish();
+        },
+        [flight] {  // the host stops before the call was made: 500
+          flight->failed = true;
+          flight->exchange->MarkDone();
+          flight->handoff->Finish();
+        });
     if (!taken) {
       context.flight.reset();
       return QueueText(context.connection, MHD_HTTP_SERVICE_UNAVAILABLE, "busy\n", true);
@@ -358,6 +364,10 @@ void HostServer::Quiesce(uint32_t graceMs) {
   if (daemon_ == nullptr) return;
   MHD_quiesce_daemon(daemon_);
   WaitIdle(graceMs);
+  // Adapter mode: what has not reached the extension by now never will
+  // (it is answered 500), and the calls under way end before the extension
+  // is told to terminate.
+  if (workers_) workers_->Stop();
 }
 
 void HostServer::WaitIdle(uint32_t ms) {
@@ -369,6 +379,7 @@ void HostServer::WaitIdle(uint32_t ms) {
 
 void HostServer::Stop() {
   if (daemon_ == nullptr) return;
+  if (workers_) workers_->Stop();  // no connection may stay suspended for a worker
   MHD_stop_daemon(daemon_);
   daemon_ = nullptr;
   connections_.StopSweeper();

@@ -32,7 +32,9 @@ class HostServer {
         connections_({options.maxConnections, options.maxPerAddress, options.deadlineSeconds, options.minBodyRate}) {}
   ~HostServer();
   bool Start(std::string* message);
-  // Stops accepting and waits (up to graceMs) for the requests in flight.
+  // Stops accepting and waits (up to graceMs) for the requests in flight;
+  // then, in adapter mode, cancels the requests still queued for a worker
+  // and waits for the extension calls under way.
   void Quiesce(uint32_t graceMs);
   // Waits (up to ms) until no request is in flight: answers the workers
   // have finished still have to be sent.
