@@ -41,6 +41,19 @@ bool DeleteFileAt(const std::u16string& fullName) {
   return true;
 }
 
+namespace {
+
+// Where the web server and the service run as two users of the pipe group,
+// the other one's spill files carry that group (a setgid server folder) and
+// only their owner may write them: a member of the group made them, and the
+// group is trusted with the pipes anyway.
+bool FromPipeGroup(const struct stat& st) {
+  gid_t group = 0;
+  return posix::PipeGroup(&group) && st.st_gid == group && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+}  // namespace
+
 TempFileReader::~TempFileReader() { Close(); }
 
 bool TempFileReader::Open(const std::u16string& fullName) {
@@ -65,7 +78,7 @@ bool TempFileReader::Open(const std::u16string& fullName) {
     why = "not a regular file";
   } else if (st.st_nlink != 1) {
     why = "more than one link";  // a second name for a file kept elsewhere
-  } else if (st.st_uid != ::geteuid() && st.st_uid != 0) {
+  } else if (st.st_uid != ::geteuid() && st.st_uid != 0 && !FromPipeGroup(st)) {
     why = "owned by another user";
   }
   if (why) {
