@@ -12,21 +12,41 @@
 namespace cmd {
 namespace {
 
+// A round trip that cannot be served is told so at once: its answer's
+// prologue alone, which the requester takes as a failure. Only to a reply
+// pipe of the protocol's form.
+std::string AnswerEmpty(const Command2* command, const CMsgSerializer& message) {
+  if (command == nullptr || !command->roundTrip) return "";
+  if (!IsMessageIdentifier(message.CommandName(), message.Identifier())) return "";
+  try {
+    Reply2 answer(message.CommandName(), message.Identifier());
+    answer.Fields();
+    std::string error;
+    return answer.Send(&error) ? "; answered empty" : "; not answered: " + error;
+  } catch (...) {
+    return "; not answered";
+  }
+}
+
 // Returns the command's name and what the log line says.
 std::string RunVersion2(Context& context, const std::u16string& pipe, const PipeRequest& request,
                         std::string* name) {
+  CMsgSerializer message;
+  const Command2* command = nullptr;
   try {
-    CMsgSerializer message;
     const bool loaded = message.Load(request.bytes.data(), static_cast<uint32_t>(request.bytes.size()));
     *name = plat::ToUtf8(message.CommandName());
-    if (!loaded) return "dropped: its file " + plat::ToUtf8(message.FilePath()) + " is not a spill file";
-    const Command2* command = FindCommand2(message.CommandName());
+    command = FindCommand2(message.CommandName());
     if (command == nullptr) return "dropped: unknown command";
     if (pipe != command->pipe) return "dropped: sent to the wrong pipe";
     // The identifier names the reply pipe: anything but the protocol's form
     // (the service's own pipe, a path) would have it answer where it must not.
     if (!IsMessageIdentifier(message.CommandName(), message.Identifier())) {
       return "dropped: its identifier is not of the protocol's form";
+    }
+    if (!loaded) {
+      return "dropped: its file " + plat::ToUtf8(message.FilePath()) + " is not a spill file" +
+             AnswerEmpty(command, message);
     }
     Reply2 answer(message.CommandName(), message.Identifier());
     std::string what = command->handle(context, message, answer);
@@ -38,7 +58,8 @@ std::string RunVersion2(Context& context, const std::u16string& pipe, const Pipe
     if (answer.due() && !answer.Send(&error)) what += "; not answered: " + error;
     return what;
   } catch (const CIPCMsgBufferException& e) {
-    return "dropped: malformed message (" + plat::ToUtf8(CIPCMsgBufferException::MessageFor(e.Code())) + ")";
+    return "dropped: malformed message (" + plat::ToUtf8(CIPCMsgBufferException::MessageFor(e.Code())) + ")" +
+           AnswerEmpty(command, message);
   } catch (const std::bad_alloc&) {
     return "dropped: out of memory";
   }

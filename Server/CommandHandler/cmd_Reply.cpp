@@ -6,13 +6,18 @@
 namespace cmd {
 namespace {
 
+constexpr uint32_t kReplyBusyWaitMs = 1000;
+constexpr uint32_t kReplySendMs = 10000;  // the whole answer
+
 bool WriteToReplyPipe(const std::u16string& pipe, const uint8_t* data, uint32_t size, std::string* error) {
   if (pipe.empty() || pipe.size() > plat::MaxPipeNameLength()) {
     *error = "no usable reply pipe name";
     return false;
   }
+  // The requester listens before it asks: a reply pipe that is busy, or
+  // that does not take the answer, is a peer not worth a listener's time.
   CPipeClient client;
-  if (!client.Open(pipe.c_str())) {
+  if (!client.Open(pipe.c_str(), PipeBounds{kReplyBusyWaitMs, kReplySendMs})) {
     *error = "reply pipe gone (error " + std::to_string(plat::LastError()) + ")";
     return false;
   }

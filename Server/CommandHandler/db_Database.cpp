@@ -70,9 +70,10 @@ std::unique_ptr<Database> Database::Open(const std::string& path, std::string* e
     return nullptr;
   }
   std::unique_ptr<Database> database(new Database(connection));
-  // Waits for another writer are Transaction's, outside the lock; here
-  // only the start-up statements wait a little.
-  sqlite3_busy_timeout(connection, 2000);
+  // A statement outside a transaction (the schema, an operator's command,
+  // a read) waits a little for another writer; a transaction's own wait
+  // to begin is taken outside the lock (Transaction).
+  sqlite3_busy_timeout(connection, kStatementBusyWaitMs);
   if (!database->Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;")) {
     *error = path + ": " + database->LastError();
     return nullptr;
@@ -89,7 +90,6 @@ std::unique_ptr<Database> Database::Open(const std::string& path, std::string* e
              "); restore it from a copy or move it away to start with an empty one";
     return nullptr;
   }
-  sqlite3_busy_timeout(connection, 0);
   return database;
 }
 
@@ -113,6 +113,8 @@ Statement Database::Prepare(const std::string& sql) {
 
 std::string Database::LastError() const { return sqlite3_errmsg(connection_); }
 
+void Database::SetBusyWait(int ms) { sqlite3_busy_timeout(connection_, ms); }
+
 bool Database::Busy() const {
   const int code = sqlite3_errcode(connection_);
   return code == SQLITE_BUSY || code == SQLITE_LOCKED;
@@ -126,13 +128,15 @@ int64_t Database::Changes() const { return sqlite3_changes64(connection_); }
 // cannot begin fails, and its requester is answered at once.
 Transaction::Transaction(Database& database) : database_(database), guard_(database.Lock()) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyWaitMs);
+  database_.SetBusyWait(0);
   for (;;) {
     begun_ = database_.Exec("BEGIN IMMEDIATE");
-    if (begun_ || !database_.Busy() || std::chrono::steady_clock::now() >= deadline) return;
+    if (begun_ || !database_.Busy() || std::chrono::steady_clock::now() >= deadline) break;
     guard_.unlock();
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     guard_.lock();
   }
+  database_.SetBusyWait(Database::kStatementBusyWaitMs);
 }
 
 Transaction::~Transaction() {

@@ -62,6 +62,10 @@ class Database {
   std::string LastError() const;
   // The last call failed because another connection holds the database.
   bool Busy() const;
+  // How long a statement waits for another connection's lock (sqlite3's
+  // busy time-out); kStatementBusyWaitMs unless a transaction is beginning.
+  static constexpr int kStatementBusyWaitMs = 2000;
+  void SetBusyWait(int ms);
   // Rows changed by the last INSERT, UPDATE or DELETE.
   int64_t Changes() const;
   std::mutex& Lock() { return lock_; }

@@ -87,7 +87,8 @@ void LogWriter::Run() {
 // and the batch is tried again rather than lost. Should a row fail, each
 // row goes in its own transaction, so that a bad row costs only itself.
 void LogWriter::Store(std::vector<LogRow>& batch) {
-  constexpr int kBeginAttempts = 12;  // each after a busy wait of 5 s
+  // Each attempt waits up to Transaction::kBusyWaitMs: about a minute in all.
+  constexpr int kBeginAttempts = 60000 / db::Transaction::kBusyWaitMs;
   for (int attempt = 1;; ++attempt) {
     db::Transaction transaction(database_);
     if (transaction.ok()) {

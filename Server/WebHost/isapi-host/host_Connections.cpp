@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr int64_t kRefusedMs = 1000;
+
 // The address alone (no port): the key of the per-address count.
 std::string AddressKey(const sockaddr* address) {
   if (address == nullptr) return std::string();
@@ -69,8 +71,11 @@ int ConnectionTable::Sweep(int64_t nowMs) {
     const int64_t since = connection->since_.load(std::memory_order_acquire);
     if (since == 0 || connection->cut_) continue;
     const uint64_t body = connection->bodyBytes_.load(std::memory_order_relaxed);
-    const int64_t allowance =
-        int64_t{limits_.deadlineSeconds} * 1000 + static_cast<int64_t>(body * 1000 / limits_.minBodyRate);
+    // A refused connection is only there to be told 503: it gets a second,
+    // so that refused connections cannot pile up to the library's ceiling.
+    const int64_t allowance = connection->refused_ ? kRefusedMs
+                                                   : int64_t{limits_.deadlineSeconds} * 1000 +
+                                                         static_cast<int64_t>(body * 1000 / limits_.minBodyRate);
     if (nowMs - since <= allowance) continue;
     // The socket stays open (libmicrohttpd closes it, after telling us in
     // Close, under this lock), so the descriptor cannot be someone else's.

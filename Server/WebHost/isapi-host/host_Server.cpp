@@ -4,6 +4,7 @@
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -63,6 +64,12 @@ void NotifyConnection(void* cls, MHD_Connection* connection, void** socketContex
 
 // Sees the request line's target before libmicrohttpd decodes it: the
 // extension must get the query string exactly as the client sent it.
+// Sees the request line's target before libmicrohttpd decodes it: the
+// extension must get the query string exactly as the client sent it. The
+// library would then split the query into arguments of its own, some 80
+// bytes each in the connection's memory, which nobody here reads: the
+// query is cut off in the library's buffer once copied, so a target of
+// thousands of empty arguments costs no more than its own bytes.
 void* UriLog(void* cls, const char* uri, MHD_Connection* connection) {
   auto* context = new Context();
   context->server = static_cast<HostServer*>(cls);
@@ -74,6 +81,9 @@ void* UriLog(void* cls, const char* uri, MHD_Connection* connection) {
   } else {
     context->rawUri.assign(uri, length);
   }
+  // The target lies in the connection's read buffer, which the library
+  // itself cuts up in place right after this call.
+  if (char* question = const_cast<char*>(std::strchr(uri, '?'))) question[1] = '\0';
   return context;
 }
 
@@ -262,7 +272,7 @@ MHD_Result Refuse(MHD_Connection* connection, int refusal) {
     case MHD_HTTP_URI_TOO_LONG: return QueueText(connection, MHD_HTTP_URI_TOO_LONG, "request line too long\n");
     case MHD_HTTP_NOT_FOUND: return QueueText(connection, MHD_HTTP_NOT_FOUND, "not found\n");
     case MHD_HTTP_SERVICE_UNAVAILABLE:
-      return QueueText(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "too many connections\n", true);
+      return QueueText(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "busy\n", true);
     default: return QueueText(connection, MHD_HTTP_CONTENT_TOO_LARGE, "body too large\n");
   }
 }
@@ -274,7 +284,11 @@ MHD_Result Begin(Context& context, const char* url, const char* method) {
   MHD_Connection* connection = context.connection;
   const HostOptions& options = context.server->options();
   context.started = true;
-  if (context.tracked && context.tracked->refused()) context.refusal = MHD_HTTP_SERVICE_UNAVAILABLE;
+  // Over a connection limit, or arriving (on a kept-alive connection) while
+  // the host stops and the extension may already be gone.
+  if ((context.tracked && context.tracked->refused()) || context.server->stopping()) {
+    context.refusal = MHD_HTTP_SERVICE_UNAVAILABLE;
+  }
   if (context.refusal == 0 && std::strcmp(url, options.path.c_str()) != 0) context.refusal = MHD_HTTP_NOT_FOUND;
   const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
   const char* coding = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_TRANSFER_ENCODING);
@@ -322,12 +336,11 @@ bool HostServer::Start(std::string* message) {
     *message = "cannot listen on " + options_.address + ": not an IPv4 address";
     return false;
   }
-  // The library keeps a record of about 80 bytes for every argument of the
-  // query (a target of L bytes may hold L / 2 of them) in the connection's
-  // memory, beside the request line and the headers; when that runs out it
-  // cannot even answer, and the client waits for the idle time-out. The
-  // memory is reserved, not touched, until a request needs it.
-  const size_t memoryLimit = size_t{48} * options_.maxRequestLine + 65536;
+  // A connection's memory holds its request line and headers (the query's
+  // arguments are not split: UriLog). The library clears all of it for
+  // every request of a kept-alive connection, so it is resident memory per
+  // connection and kept to what the limits need.
+  const size_t memoryLimit = size_t{2} * options_.maxRequestLine + 65536;
   // libmicrohttpd's own limit is a hard ceiling above ours: between the two
   // a connection is taken only to be answered 503 (ConnectionTable).
   const unsigned ceiling = options_.maxConnections + std::max(64u, options_.maxConnections / 4);
@@ -362,7 +375,12 @@ void HostServer::Adopt(std::shared_ptr<Flight> flight) {
 
 void HostServer::Quiesce(uint32_t graceMs) {
   if (daemon_ == nullptr) return;
-  MHD_quiesce_daemon(daemon_);
+  stopping_.store(true);
+  // The listening socket is the caller's now; shut down at once, so that
+  // the kernel stops queueing connections nobody will take, and closed
+  // once the daemon's threads are gone.
+  listenSocket_ = MHD_quiesce_daemon(daemon_);
+  if (listenSocket_ >= 0) ::shutdown(listenSocket_, SHUT_RDWR);
   WaitIdle(graceMs);
   // Adapter mode: what has not reached the extension by now never will
   // (it is answered 500), and the calls under way end before the extension
@@ -382,6 +400,8 @@ void HostServer::Stop() {
   if (workers_) workers_->Stop();  // no connection may stay suspended for a worker
   MHD_stop_daemon(daemon_);
   daemon_ = nullptr;
+  if (listenSocket_ >= 0) ::close(listenSocket_);
+  listenSocket_ = -1;
   connections_.StopSweeper();
   workers_.reset();
   std::lock_guard lock(orphansMutex_);

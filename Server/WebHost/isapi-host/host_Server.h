@@ -44,6 +44,8 @@ class HostServer {
   // control block is the worker's until it says it is done.
   void Stop();
   int InFlight() const { return inFlight_.load(); }
+  // From Quiesce on: a request that still arrives is answered 503.
+  bool stopping() const { return stopping_.load(); }
   // The port listened on (the one chosen when the options asked for 0).
   uint16_t port() const;
 
@@ -61,6 +63,8 @@ class HostServer {
   isapi::Module& module_;
   MHD_Daemon* daemon_ = nullptr;
   std::atomic<int> inFlight_{0};
+  std::atomic<bool> stopping_{false};
+  int listenSocket_ = -1;  // handed back by the quiesce
   ConnectionTable connections_;
   std::unique_ptr<Workers> workers_;  // adapter mode
   std::mutex orphansMutex_;

@@ -18,6 +18,20 @@ void OnSignal(int) { g_stop = 1; }
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The stop signals are blocked, in this thread and in every thread
+  // started from here on (the extension's, the library's), but while the
+  // main thread waits for them (sigsuspend): one arriving just before the
+  // wait is not missed, and none lands on a thread nobody watches.
+  struct sigaction action {};
+  action.sa_handler = &OnSignal;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  sigset_t stopSignals, waiting;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, &waiting);
   HostOptions options;
   std::string message;
   if (!ParseOptions(argc, argv, &options, &message)) {
@@ -41,11 +55,6 @@ int main(int argc, char** argv) {
     files.rlim_cur = files.rlim_max;
     setrlimit(RLIMIT_NOFILE, &files);
   }
-  struct sigaction action {};
-  action.sa_handler = &OnSignal;
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-  signal(SIGPIPE, SIG_IGN);
 
   HostServer server(options, module);
   if (!server.Start(&message)) {
@@ -57,7 +66,9 @@ int main(int argc, char** argv) {
               version.lpszExtensionDesc, options.address.c_str(), options.port, options.path.c_str(),
               options.adapter ? "adapter" : "IIS");
   std::fflush(stdout);
-  while (!g_stop) pause();
+  sigdelset(&waiting, SIGINT);
+  sigdelset(&waiting, SIGTERM);
+  while (!g_stop) sigsuspend(&waiting);
   std::printf("isapi-host: stopping\n");
   std::fflush(stdout);
   // Requests in flight end within the extension's own pipe waits; the

@@ -7,7 +7,8 @@
 // A received file-backed message names its spill file. The name is trusted
 // only as far as the checks below go: an "mst*.tmp" name in the one folder
 // this side's own spill files go to (IsSpillFilePath), then a plain file,
-// never a link, and on POSIX one of this user or root (plat::TempFileReader).
+// never a link, and on POSIX one of this user, root or the pipe group
+// (plat::TempFileReader).
 #pragma once
 
 #include <cstdint>

@@ -34,6 +34,13 @@ bool IsSafeFolder(const char* path, const struct stat& st) {
                     path, static_cast<unsigned>(st.st_uid), static_cast<unsigned>(::geteuid()));
     return false;
   }
+  // A group that may write the folder could replace its sockets: only the
+  // pipe group, this process's own group or root's.
+  if ((st.st_mode & S_IWGRP) && !groupFolder && st.st_gid != ::getegid() && st.st_gid != 0) {
+    posix::Diagnose("pipe folder %s refused: writable by group %u (mode %04o)", path, static_cast<unsigned>(st.st_gid),
+                    static_cast<unsigned>(st.st_mode & 07777));
+    return false;
+  }
   if (st.st_mode & S_IWOTH) {
     posix::Diagnose("pipe folder %s refused: writable by others (mode %04o)", path,
                     static_cast<unsigned>(st.st_mode & 07777));
@@ -119,7 +126,11 @@ bool PipeDirectory(char* out, std::size_t capacity) {
     for (std::size_t n = std::strlen(out); n > 1 && out[n - 1] == '/'; --n) out[n - 1] = '\0';
     return EnsureFolder(out, false);
   }
-  if (EnsureFolder(kSystemPipeDir, true)) return Copy(kSystemPipeDir, out, capacity);
+  // The system folder only when this process may use it: a non-root
+  // process finds it made by root for another deployment.
+  if (EnsureFolder(kSystemPipeDir, true) && ::faccessat(AT_FDCWD, kSystemPipeDir, W_OK | X_OK, AT_EACCESS) == 0) {
+    return Copy(kSystemPipeDir, out, capacity);
+  }
   // A folder of this user's own, which nobody else can have made first.
   if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime == '/') {
     char folder[512];

@@ -213,4 +213,38 @@ TEST(Limits, ConnectionsOverALimitAreToldToComeBackLater) {
   }
 }
 
+// Refused connections go after a second, so that one address cannot fill
+// the host past its ceiling with connections it was refused.
+TEST(Limits, RefusedConnectionsDoNotPileUp) {
+  Host host(EchoHost(false, {"--max-per-address", "2", "--max-connections", "10"}));
+  ASSERT_TRUE(host.ready());
+  std::vector<int> flood;
+  for (int i = 0; i < 90; ++i) flood.push_back(ConnectFrom("127.0.0.3", host.port()));  // past 10 + 64
+  std::this_thread::sleep_for(std::chrono::milliseconds(1800));
+  EXPECT_EQ(Status(GetFrom("127.0.0.4", host.port())), 200);
+  for (int fd : flood) ::close(fd);
+}
+
+#if !defined(VGCR_SANITIZED)
+// Kept-alive connections cost the host little memory each: the library
+// clears a connection's memory for every request, so it must be small.
+TEST(Limits, KeptAliveConnectionsAreCheap) {
+  Host host(EchoHost(false));
+  ASSERT_TRUE(host.ready());
+  const std::string request = std::string("GET ") + kPath + "?a=1 HTTP/1.1\r\nHost: x\r\n\r\n";
+  std::vector<int> kept;
+  for (int i = 0; i < 100; ++i) {
+    const int fd = httptest::Connect(host.port());
+    for (int round = 0; round < 2; ++round) {  // the second request reuses the connection
+      ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+      char buffer[4096];
+      ::recv(fd, buffer, sizeof buffer, 0);
+    }
+    kept.push_back(fd);
+  }
+  EXPECT_LT(PeakKilobytes(host.pid()), 48 * 1024) << "kB for 100 kept-alive connections";
+  for (int fd : kept) ::close(fd);
+}
+#endif
+
 }  // namespace

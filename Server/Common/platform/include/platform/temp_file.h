@@ -29,7 +29,8 @@ bool DeleteFileAt(const std::u16string& fullName);
 // - POSIX: opened with O_NOFOLLOW (a symbolic link is refused) and
 //   O_NONBLOCK (a named pipe cannot hold the open up), then refused unless
 //   it is a regular file with one link, owned by this process's effective
-//   user or root.
+//   user or root, or carrying the pipe group (VGCR_PIPE_GROUP) with no
+//   write access for the group or others.
 // - Windows: opened without following a reparse point, then refused when it
 //   is one, is not a disk file, or has more than one link.
 // A refusal is kErrorAccessDenied, with a diagnostic on POSIX.
