@@ -137,6 +137,14 @@ std::vector<std::vector<uint8_t>> ServiceSeeds() {
     }
     add(0, bytes);
   }
+  // File-backed messages naming files anywhere: refused, never opened.
+  for (const char16_t* path : {u"/etc/passwd", u"/dev/zero", u"../mst0001.tmp"}) {
+    CMsgSerializer m(u"CMDHLV2_SET_VIRUS_LOG");
+    ser::WriteWString(m, path);
+    std::vector<uint8_t> wire = Wire(m);
+    wire[16] |= CMsgSerializer::kFileFlag;  // header byte 4
+    add(0, std::move(wire));
+  }
   return seeds;
 }
 
