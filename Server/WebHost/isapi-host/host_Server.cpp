@@ -395,9 +395,13 @@ void HostServer::WaitIdle(uint32_t ms) {
   }
 }
 
-void HostServer::Stop() {
-  if (daemon_ == nullptr) return;
+bool HostServer::Stop() {
+  if (daemon_ == nullptr) return true;
   if (workers_) workers_->Stop();  // no connection may stay suspended for a worker
+  // A request the extension never finished still holds its connection
+  // suspended, and the library must not be stopped under it: the process
+  // is left to end with it instead.
+  if (inFlight_.load() > 0) return false;
   MHD_stop_daemon(daemon_);
   daemon_ = nullptr;
   if (listenSocket_ >= 0) ::close(listenSocket_);
@@ -406,4 +410,5 @@ void HostServer::Stop() {
   workers_.reset();
   std::lock_guard lock(orphansMutex_);
   orphans_.clear();
+  return true;
 }

@@ -41,8 +41,10 @@ class HostServer {
   void WaitIdle(uint32_t ms);
   // Closes every connection. Only once no worker of the extension holds a
   // request any more (after TerminateExtension): a suspended connection's
-  // control block is the worker's until it says it is done.
-  void Stop();
+  // control block is the worker's until it says it is done. False, and
+  // nothing closed, while a request is still held (an extension that never
+  // finished it): the process's exit is then the only safe end.
+  bool Stop();
   int InFlight() const { return inFlight_.load(); }
   // From Quiesce on: a request that still arrives is answered 503.
   bool stopping() const { return stopping_.load(); }

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "host_Options.h"
@@ -77,6 +78,10 @@ int main(int argc, char** argv) {
   server.Quiesce(options.stopGraceSeconds * 1000);
   module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
   server.WaitIdle(2000);  // the last answers on their way out
-  server.Stop();
+  if (!server.Stop()) {
+    std::fprintf(stderr, "isapi-host: %d requests never finished by the extension; exiting without closing them\n",
+                 server.InFlight());
+    std::_Exit(1);
+  }
   return 0;
 }
