@@ -35,12 +35,14 @@ struct StopGrace {
   uint32_t start = 0;
 };
 
-// How long a connected client may take: its first piece must come at once
-// (a sender writes as soon as it has connected), the whole request soon
-// after. A client that connects and says nothing would otherwise hold an
-// instance for good; a few of them would hold every instance.
+// How long a connected client may take: a sender writes as soon as it has
+// connected and closes right after, so its whole request is in within 5 s.
+// A client that connects and says nothing would hold an instance all that
+// time, and a few of them every instance: when half the instances or more
+// wait for a first piece, a client that has sent nothing for 500 ms goes.
 constexpr uint32_t kFirstPieceMs = 500;
 constexpr uint32_t kWholeRequestMs = 5000;
+constexpr uint32_t kLookAgainMs = 100;
 
 // Waits for the instance's operation, the stop event or the deadline (a
 // tick count): 1 ready, 0 stopped, -1 out of time.
@@ -53,19 +55,41 @@ int WaitReadyUntil(plat::PipeServerEnd& end, const plat::Event& stop, uint32_t d
   return woke == plat::kWaitObject0 + 1 ? 0 : -1;
 }
 
-bool WaitReadyOrGrace(plat::PipeServerEnd& end, const plat::Event& stop, uint32_t deadline, StopGrace* grace,
-                      bool* late) {
-  const int woke = WaitReadyUntil(end, stop, deadline);
-  if (woke == 1) return true;
-  if (woke < 0) {
-    *late = true;
-    return false;
-  }
+// After the stop: the operation may still complete within the grace.
+bool ReadyWithinGrace(plat::PipeServerEnd& end, StopGrace* grace) {
   if (!grace->started) *grace = {true, plat::TickCount()};
   const uint32_t spent = plat::TickCount() - grace->start;
   if (spent >= kStopGraceMs) return false;
   plat::WaitHandle ready = end.Ready();
   return plat::WaitForAny(&ready, 1, kStopGraceMs - spent) == plat::kWaitObject0;
+}
+
+// Waits for the read in progress: true when it can be completed; false at
+// the stop (past its grace) or when the client is out of time (*late).
+bool WaitForPiece(plat::PipeServerEnd& end, const plat::Event& stop, uint32_t start, bool first,
+                  std::atomic<uint32_t>& waitingFirst, uint32_t instances, StopGrace* grace, bool* late) {
+  if (first) waitingFirst.fetch_add(1);
+  bool ready = false;
+  for (;;) {
+    const bool crowded = first && 2 * waitingFirst.load() >= instances;
+    const uint32_t deadline = start + (crowded ? kFirstPieceMs : kWholeRequestMs);
+    const uint32_t now = plat::TickCount();
+    // While not crowded, look at the crowd again now and then.
+    const bool watch = first && !crowded && static_cast<int32_t>(deadline - now) > static_cast<int32_t>(kLookAgainMs);
+    const int woke = WaitReadyUntil(end, stop, watch ? now + kLookAgainMs : deadline);
+    if (woke == 1) {
+      ready = true;
+    } else if (woke == 0) {
+      ready = ReadyWithinGrace(end, grace);
+    } else if (watch) {
+      continue;
+    } else {
+      *late = true;
+    }
+    break;
+  }
+  if (first) waitingFirst.fetch_sub(1);
+  return ready;
 }
 
 }  // namespace
@@ -121,8 +145,8 @@ bool CPipeListener::ReadRequest(Instance& instance, const plat::Event& stop, Pip
     uint32_t n = 0;
     bool ok = instance.end.Read(piece, sizeof piece, &n);
     if (!ok && plat::LastError() == plat::kErrorIoPending) {
-      const uint32_t deadline = start + (request->pieceSizes.empty() ? kFirstPieceMs : kWholeRequestMs);
-      if (!WaitReadyOrGrace(instance.end, stop, deadline, &grace, late)) {
+      if (!WaitForPiece(instance.end, stop, start, request->pieceSizes.empty(), waitingFirst_, count_, &grace,
+                        late)) {
         instance.end.Cancel();
         return false;
       }

@@ -41,8 +41,9 @@ class CPipeListener {
   bool Start(const plat::Event& stop);
   void Join();
   const std::u16string& Name() const { return name_; }
-  // Clients dropped for taking too long: no first piece within 500 ms of
-  // connecting, or no whole request within 5 s.
+  // Clients dropped for taking too long: no whole request within 5 s of
+  // connecting, or no first piece within 500 ms while half the instances
+  // or more wait for one.
   uint64_t LateClients() const { return lateClients_.load(); }
 
  private:
@@ -61,4 +62,5 @@ class CPipeListener {
   std::size_t maxRequest_;
   std::vector<std::unique_ptr<Instance>> instances_;
   std::atomic<uint64_t> lateClients_{0};
+  std::atomic<uint32_t> waitingFirst_{0};  // instances waiting for a first piece
 };

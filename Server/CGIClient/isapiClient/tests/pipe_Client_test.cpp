@@ -178,3 +178,30 @@ TEST(PipeListener, SilentClientsDoNotHoldTheInstances) {
   std::lock_guard lock(mutex);
   EXPECT_EQ(handed, std::vector<std::string>{"hi"});
 }
+
+// A sender held up for a second (a busy machine) is still served when the
+// listener is not crowded: the short wait is for crowds of silent clients.
+TEST(PipeListener, ASlowSenderIsServedWhileTheListenerIsNotCrowded) {
+  const std::u16string name = plat::testing::UniqueName("vgcr listener slow test");
+  std::vector<std::string> handed;
+  std::mutex mutex;
+  CPipeListener listener(name, 4, [&](PipeRequest&& request) {
+    std::lock_guard lock(mutex);
+    handed.emplace_back(request.bytes.begin(), request.bytes.end());
+  });
+  plat::Event stop;
+  ASSERT_TRUE(stop.Create(nullptr, false));
+  ASSERT_TRUE(listener.Start(stop));
+  CPipeClient sender;
+  ASSERT_TRUE(sender.Open(name.c_str()));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+  uint32_t size = 4;
+  ASSERT_TRUE(sender.Send("late", &size));
+  sender.Close();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  stop.Set();
+  listener.Join();
+  EXPECT_EQ(listener.LateClients(), 0u);
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(handed, std::vector<std::string>{"late"});
+}
