@@ -27,6 +27,33 @@ std::string Usage() {
 
 namespace {
 
+// The options that take one number, with its bounds and its place.
+struct CountOption {
+  const char* name;
+  const char* what;
+  uint64_t max;
+  uint32_t HostOptions::*field;
+};
+
+constexpr CountOption kCountOptions[] = {
+    {"--max-request-line", "a size", 1u << 20, &HostOptions::maxRequestLine},
+    {"--timeout", "seconds", 86400, &HostOptions::timeoutSeconds},
+    {"--threads", "a count", 256, &HostOptions::threads},
+    {"--adapter-workers", "a count", 1024, &HostOptions::adapterWorkers},
+    {"--request-deadline", "seconds", 86400, &HostOptions::deadlineSeconds},
+    {"--min-body-rate", "bytes per second", 1u << 30, &HostOptions::minBodyRate},
+    {"--max-connections", "a count", 1000000, &HostOptions::maxConnections},
+    {"--max-per-address", "a count", 1000000, &HostOptions::maxPerAddress},
+    {"--stop-grace", "seconds", 3600, &HostOptions::stopGraceSeconds},
+};
+
+const CountOption* FindCountOption(const char* arg) {
+  for (const CountOption& option : kCountOptions) {
+    if (std::strcmp(arg, option.name) == 0) return &option;
+  }
+  return nullptr;
+}
+
 bool Number(const char* text, uint64_t max, uint64_t* out) {
   char* end = nullptr;
   unsigned long long value = std::strtoull(text, &end, 10);
@@ -47,7 +74,14 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
       *message = std::string(arg) + " needs " + what;
       return false;
     };
-    if (std::strcmp(arg, "--adapter") == 0) {
+    if (const CountOption* option = FindCountOption(arg)) {
+      if (!need(option->what) || !Number(value, option->max, &n)) {
+        *message = std::string("bad ") + option->name;
+        return false;
+      }
+      o->*(option->field) = static_cast<uint32_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--adapter") == 0) {
       o->adapter = true;
     } else if (std::strcmp(arg, "--extension") == 0) {
       if (!need("a path")) return false;
@@ -67,42 +101,6 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
     } else if (std::strcmp(arg, "--max-body") == 0) {
       // ISAPI counts a body in 32 bits, and 0xFFFFFFFF means "unknown".
       if (!need("a size") || !Number(value, 0xFFFFFFFEu, &o->maxBody)) return *message = "bad --max-body", false;
-      ++i;
-    } else if (std::strcmp(arg, "--max-request-line") == 0) {
-      if (!need("a size") || !Number(value, 1u << 20, &n)) return *message = "bad --max-request-line", false;
-      o->maxRequestLine = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--timeout") == 0) {
-      if (!need("seconds") || !Number(value, 86400, &n)) return *message = "bad --timeout", false;
-      o->timeoutSeconds = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--threads") == 0) {
-      if (!need("a count") || !Number(value, 256, &n)) return *message = "bad --threads", false;
-      o->threads = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--adapter-workers") == 0) {
-      if (!need("a count") || !Number(value, 1024, &n)) return *message = "bad --adapter-workers", false;
-      o->adapterWorkers = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--request-deadline") == 0) {
-      if (!need("seconds") || !Number(value, 86400, &n)) return *message = "bad --request-deadline", false;
-      o->deadlineSeconds = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--min-body-rate") == 0) {
-      if (!need("bytes per second") || !Number(value, 1u << 30, &n)) return *message = "bad --min-body-rate", false;
-      o->minBodyRate = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--max-connections") == 0) {
-      if (!need("a count") || !Number(value, 1000000, &n)) return *message = "bad --max-connections", false;
-      o->maxConnections = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--max-per-address") == 0) {
-      if (!need("a count") || !Number(value, 1000000, &n)) return *message = "bad --max-per-address", false;
-      o->maxPerAddress = static_cast<uint32_t>(n);
-      ++i;
-    } else if (std::strcmp(arg, "--stop-grace") == 0) {
-      if (!need("seconds") || !Number(value, 3600, &n)) return *message = "bad --stop-grace", false;
-      o->stopGraceSeconds = static_cast<uint32_t>(n);
       ++i;
     } else if (std::strcmp(arg, "--path") == 0) {
       if (!need("a URL path")) return false;

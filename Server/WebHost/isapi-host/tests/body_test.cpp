@@ -111,23 +111,6 @@ TEST(Bodies, AReadOnTheConnectionsOwnThreadFailsInsteadOfHanging) {
   EXPECT_EQ(Status(httptest::Get(host.port(), "a=1")), 200) << "still serving";
 }
 
-int ConnectFrom(const std::string& source, uint16_t port) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in from{};
-  from.sin_family = AF_INET;
-  inet_pton(AF_INET, source.c_str(), &from.sin_addr);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(port);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof from) != 0 ||
-      ::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) {
-    ::close(fd);
-    return -1;
-  }
-  return fd;
-}
-
 std::string ReadAll(int fd, int waitSeconds) {
   timeval wait{waitSeconds, 0};
   ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
@@ -139,7 +122,7 @@ std::string ReadAll(int fd, int waitSeconds) {
 }
 
 std::string GetFrom(const std::string& source, uint16_t port) {
-  const int fd = ConnectFrom(source, port);
+  const int fd = httptest::ConnectFrom(source, port);
   if (fd < 0) return "";
   const std::string request = std::string("GET ") + kPath + "?a=1 HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
   ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
@@ -192,7 +175,7 @@ TEST(Limits, ConnectionsOverALimitAreToldToComeBackLater) {
     SCOPED_TRACE(adapter ? "adapter" : "IIS");
     Host host(EchoHost(adapter, {"--max-per-address", "2", "--max-connections", "4"}));
     ASSERT_TRUE(host.ready());
-    std::vector<int> idle = {ConnectFrom("127.0.0.3", host.port()), ConnectFrom("127.0.0.3", host.port())};
+    std::vector<int> idle = {httptest::ConnectFrom("127.0.0.3", host.port()), httptest::ConnectFrom("127.0.0.3", host.port())};
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // taken before the next ones come
     const std::string refused = GetFrom("127.0.0.3", host.port());
     EXPECT_EQ(Status(refused), 503) << refused;
@@ -202,8 +185,8 @@ TEST(Limits, ConnectionsOverALimitAreToldToComeBackLater) {
     EXPECT_EQ(Status(GetFrom("127.0.0.4", host.port())), 200) << "another address";
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // its slot given back
 
-    idle.push_back(ConnectFrom("127.0.0.5", host.port()));
-    idle.push_back(ConnectFrom("127.0.0.6", host.port()));
+    idle.push_back(httptest::ConnectFrom("127.0.0.5", host.port()));
+    idle.push_back(httptest::ConnectFrom("127.0.0.6", host.port()));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(Status(GetFrom("127.0.0.7", host.port())), 503) << "the total reached";
     for (int fd : idle) ::close(fd);
@@ -219,7 +202,7 @@ TEST(Limits, RefusedConnectionsDoNotPileUp) {
   Host host(EchoHost(false, {"--max-per-address", "2", "--max-connections", "10"}));
   ASSERT_TRUE(host.ready());
   std::vector<int> flood;
-  for (int i = 0; i < 90; ++i) flood.push_back(ConnectFrom("127.0.0.3", host.port()));  // past 10 + 64
+  for (int i = 0; i < 90; ++i) flood.push_back(httptest::ConnectFrom("127.0.0.3", host.port()));  // past 10 + 64
   std::this_thread::sleep_for(std::chrono::milliseconds(1800));
   EXPECT_EQ(Status(GetFrom("127.0.0.4", host.port())), 200);
   for (int fd : flood) ::close(fd);

@@ -22,6 +22,9 @@ inline constexpr std::chrono::seconds kPromptly{2};
 uint16_t FreePort();
 // Connects to 127.0.0.1:port; -1 when nobody listens.
 int Connect(uint16_t port);
+// The same from a loopback address of the caller's choice (127.0.0.N), so
+// that a test can stand for many clients; -1 on failure.
+int ConnectFrom(const std::string& source, uint16_t port);
 // Sends raw bytes and reads until the server closes, or until nothing has
 // come for waitSeconds.
 std::string Exchange(uint16_t port, const std::string& request, int waitSeconds = 30);

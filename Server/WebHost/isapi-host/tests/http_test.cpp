@@ -95,19 +95,8 @@ TEST(IsapiHost, ARefusedBodyIsAnsweredAtOnceAndNotRead) {
 // A connection from a loopback address of its own that sends the start of
 // a request and then nothing more.
 int OpenHalfSent(uint16_t port, const std::string& source) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in from{};
-  from.sin_family = AF_INET;
-  inet_pton(AF_INET, source.c_str(), &from.sin_addr);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(port);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof from) != 0 ||
-      ::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) {
-    ::close(fd);
-    return -1;
-  }
+  const int fd = httptest::ConnectFrom(source, port);
+  if (fd < 0) return -1;
   const std::string start = "GET /vigilcrest/cgi/isapiClient.dll?requestid=206 HTTP/1.1\r\nHost: x\r\n";
   ::send(fd, start.data(), start.size(), MSG_NOSIGNAL);
   return fd;
