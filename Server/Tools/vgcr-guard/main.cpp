@@ -3,7 +3,9 @@
 // guards can be seen at work.
 //
 //   vgcr-guard memory OVER [COUNT [SECONDS]]   over: 1 or 0 (count 200, 2 s)
-//   vgcr-guard disk STATUS [SECONDS [COUNT]]   (5 s, count 200)
+//   vgcr-guard disk STATUS [SECONDS [COUNT]]   (5 s, count 200); STATUS a
+//                                               number or normal (1700),
+//                                               warning (1701), full (1702)
 //   vgcr-guard clear                           removes both records
 //   vgcr-guard show                            prints both records
 //
@@ -16,6 +18,7 @@
 #include <string>
 
 #include "platform/errors.h"
+#include "platform/server_records.h"
 #include "platform/shared_memory.h"
 
 #if defined(_WIN32)
@@ -24,13 +27,15 @@
 
 namespace {
 
-constexpr char16_t kMemory[] = u"Global\\MAP_FILE_VGCR_SERVER_MEM_THRESHOLD";
-constexpr char16_t kDisk[] = u"Global\\MAP_FILE_VGCR_SERVER_DISK_THRESHOLD";
+constexpr const char16_t* kMemory = plat::kMemThresholdRecord;
+constexpr const char16_t* kDisk = plat::kDiskThresholdRecord;
 
 int Usage() {
   std::fprintf(stderr,
                "usage: vgcr-guard memory OVER [COUNT [SECONDS]]\n"
                "       vgcr-guard disk STATUS [SECONDS [COUNT]]\n"
+               "         STATUS: normal (1700), warning (1701: uploads accepted, the client\n"
+               "         told), full (1702: uploads refused) or a number (any other: full)\n"
                "       vgcr-guard clear | show\n"
                "POSIX: the records are /dev/shm files of mode 0644 owned by whoever publishes\n"
                "them; the extension trusts one only when root, its own user or\n"
@@ -45,6 +50,18 @@ bool Word(const char* text, uint32_t* out) {
   if (end == text || *end != '\0' || value > 0xFFFFFFFFul) return false;
   *out = static_cast<uint32_t>(value);
   return true;
+}
+
+// The status may be named.
+bool DiskWord(const char* text, bool status, uint32_t* out) {
+  static const struct {
+    const char* name;
+    uint32_t value;
+  } kNames[] = {{"normal", plat::kDiskNormal}, {"warning", plat::kDiskWarning}, {"full", plat::kDiskFull}};
+  for (const auto& named : kNames) {
+    if (status && std::strcmp(text, named.name) == 0) return *out = named.value, true;
+  }
+  return Word(text, out);
 }
 
 int Publish(const char16_t* name, const uint32_t words[3]) {
@@ -90,9 +107,9 @@ int main(int argc, char** argv) {
     return Publish(kMemory, words);
   }
   if (command == "disk" && argc >= 3 && argc <= 5) {
-    uint32_t words[3] = {1700, 5, 200};  // status, seconds, check count
+    uint32_t words[3] = {plat::kDiskNormal, 5, 200};  // status, seconds, check count
     for (int i = 2; i < argc; ++i) {
-      if (!Word(argv[i], &words[i - 2])) return Usage();
+      if (!DiskWord(argv[i], i == 2, &words[i - 2])) return Usage();
     }
     return Publish(kDisk, words);
   }

@@ -7,8 +7,10 @@
 #include <atomic>
 #include <cstdint>
 
-inline constexpr char16_t kMemThresholdRecord[] = u"Global\\MAP_FILE_VGCR_SERVER_MEM_THRESHOLD";
-inline constexpr char16_t kDiskThresholdRecord[] = u"Global\\MAP_FILE_VGCR_SERVER_DISK_THRESHOLD";
+#include "platform/server_records.h"
+
+using plat::kDiskThresholdRecord;
+using plat::kMemThresholdRecord;
 
 struct GuardCaches {
   std::atomic<uint32_t> memRequestCounter{0};
@@ -16,7 +18,7 @@ struct GuardCaches {
   std::atomic<uint32_t> memMonitorInterval{2000};
   std::atomic<uint32_t> memOverThreshold{0};
   std::atomic<uint32_t> memLastCheckTick{0};
-  std::atomic<uint32_t> diskThresholdStatus{1700};
+  std::atomic<uint32_t> diskThresholdStatus{plat::kDiskNormal};
   std::atomic<uint32_t> diskMonitorInterval{5000};
   std::atomic<uint32_t> diskCheckCount{200};
   std::atomic<uint32_t> diskRequestCounter{0};
