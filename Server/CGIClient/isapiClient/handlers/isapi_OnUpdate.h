@@ -1,5 +1,5 @@
-// The client reports of the update unit: the logon user report
-// (requestid 112).
+// The client reports of the update unit: the update report (requestid 102)
+// and the logon user report (requestid 112).
 #pragma once
 
 #include <cstdint>
@@ -7,4 +7,8 @@
 #include "host/fw_HttpResponse.h"
 #include "host/req_RequestParams.h"
 
+// Function type 1: an update's outcome, one way; 2: the same, answered
+// whether another update is due; 3: the signing certificate the client now
+// trusts.
+int32_t ProcessOnUpdate(const RequestParams& params, CHttpResponse& response);
 int32_t ProcessOnLogonUser(const RequestParams& params, CHttpResponse& response);

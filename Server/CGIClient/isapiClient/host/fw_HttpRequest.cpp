@@ -4,11 +4,20 @@
 
 bool CHttpRequest::Initialize(EXTENSION_CONTROL_BLOCK* ecb, uint32_t maxFormSize) {
   ecb_ = ecb;
-  // Every POST body is parsed as a form, whatever type it claims to be, so
-  // every one obeys the form's limit; a body of unknown length (chunked)
-  // announces 0xFFFFFFFF and is over it too.
+  // Every other POST body is parsed as a form, whatever type it claims to
+  // be, so every one obeys the form's limit; a body of unknown length
+  // (chunked) announces 0xFFFFFFFF and is over it too.
   const bool post = ecb->lpszMethod != nullptr && std::strcmp(ecb->lpszMethod, "POST") == 0;
+  std::string boundary;
+  if (post && CMultipartReader::BoundaryOf(ecb->lpszContentType, &boundary)) return true;
   return !(post && ecb->cbTotalBytes > maxFormSize);
+}
+
+CMultipartReader::Fields CHttpRequest::ReadMultipartFields(const std::string& boundary) {
+  multipart_ = std::make_unique<CMultipartReader>(*this, boundary);
+  const CMultipartReader::Fields fields = multipart_->ReadFields(params_, kMaxFormSize);
+  filePart_ = fields == CMultipartReader::Fields::kFilePart;
+  return fields;
 }
 
 bool CHttpRequest::ReadClient(void* buffer, uint32_t* size) {

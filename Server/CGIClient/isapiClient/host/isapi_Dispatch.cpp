@@ -75,6 +75,18 @@ void ReadBodyParameters(CHttpRequest& request) {
   if (body) request.Params().Parse(body.get(), have);
 }
 
+// POST multipart/form-data: the fields before the file part are the
+// parameters; the file part is left in the body for the upload handler.
+void ReadMultipartParameters(CHttpRequest& request, const std::string& boundary) {
+  const CMultipartReader::Fields fields = request.ReadMultipartFields(boundary);
+  if (fields == CMultipartReader::Fields::kMalformed || fields == CMultipartReader::Fields::kTooLarge) {
+    VGCR_TRACE(69, u"%s - The multipart body is %s.", kDispatch,
+               fields == CMultipartReader::Fields::kMalformed ? u"malformed" : u"over the form size");
+  }
+  VGCR_TRACE(68, u"[CisapiClientExtension::DispatchStencilCall] Size: %d",
+             static_cast<uint32_t>(request.MultipartBytesRead()));
+}
+
 // Writes the signed code reply; 503 when it cannot be signed.
 void WriteErrorReply(CHttpRequest& request, CHttpResponse& response, int32_t result) {
   if (!WriteCodeReply(request.Params(), response, result)) response.CompleteWithError(503);
@@ -130,7 +142,12 @@ void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
         const int method = MethodNumber(request.Method());
         VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] HttpMethod: %d", method);
         if (method == 0) ReadQueryParameters(request);
-        if (method == 1) ReadBodyParameters(request);
+        std::string boundary;
+        if (method == 1 && CMultipartReader::BoundaryOf(request.ContentType(), &boundary)) {
+          ReadMultipartParameters(request, boundary);
+        } else if (method == 1) {
+          ReadBodyParameters(request);
+        }
         const int32_t result = Route(request, response);
         if (result == kResultBackOff) {
           response.CompleteWithError(503);

@@ -22,7 +22,18 @@ enum HandlerResult : int32_t {
   kResultInvalidUid = -6,       // `uid` missing, not a GUID, or unknown to the server
   kResultMissingRelease = -7,
   kResultNoPendingChange = -8,  // OPP fetch with `chkdatabase`=1: nothing changed
-  kResultUnknownClient = -39,   // service status: the server does not know the client
+  kResultUnknownClient = -39,   // service status, update report: the server does not know the client
+  kResultMissingField = -40,    // a key the handler needs is absent or too long (no section, no file part)
+
+  // The configuration upload: a section is not valid (the reply names it).
+  kResultInvalidSetting = -41,
+
+  // The file upload.
+  kResultUploadTooLarge = -42,    // the file is longer than the upload limit
+  kResultDiskFull = -43,          // the disk threshold status refuses uploads
+  kResultBadFileName = -44,       // the file's name is not a plain name
+  kResultUploadIncomplete = -45,  // the body ended before the file part did
+  kResultUploadNotStored = -46,   // the temporary file could not be made or written
 
   // The start registration: a required key missing or too long.
   kResultBadDate = -11,

@@ -5,19 +5,21 @@
 #include "handlers/isapi_OnServiceStatus.h"
 #include "handlers/isapi_OnStart.h"
 #include "handlers/isapi_OnUpdate.h"
+#include "handlers/isapi_OnUploadCfg.h"
 #include "handlers/isapi_PollingSetting.h"
 #include "handlers/isapi_RqAlertMsg.h"
 #include "handlers/isapi_RqCfg.h"
 #include "handlers/isapi_RqIni.h"
 #include "handlers/isapi_RqOpp.h"
 #include "handlers/isapi_RqUpd.h"
+#include "handlers/isapi_Upload.h"
 
 const Route kRoutes[kRouteCount] = {
     {101, "ProcessOnStart", &ProcessOnStart},
-    {102, "ProcessOnUpdate", nullptr},
+    {102, "ProcessOnUpdate", &ProcessOnUpdate},
     {103, "ProcessOnServiceStatus", &ProcessOnServiceStatus},
     {110, "ProcessOnLog", &ProcessOnLog},
-    {111, "ProcessOnUploadCfg", nullptr},
+    {111, "ProcessOnUploadCfg", &ProcessOnUploadCfg},
     {112, "ProcessOnLogonUser", &ProcessOnLogonUser},
     {201, "ProcessRqIni", &ProcessRqIni},
     {202, "ProcessRqCfg", &ProcessRqCfg},
@@ -29,7 +31,7 @@ const Route kRoutes[kRouteCount] = {
     {321, "ProcessDLP", &ProcessDLP},
 };
 
-const UploadHandler kUploadHandler = nullptr;
+const UploadHandler kUploadHandler = &CIsapiUploadProcessor::Run;
 
 const Route* FindRoute(int32_t requestId) {
   for (const Route& route : kRoutes) {

@@ -87,9 +87,13 @@ void RequestParams::Parse(const char* text, std::size_t length) {
     char stop = CopyDecoded(text, length, &at, "=&", &name);
     value.clear();
     if (stop == '=') stop = CopyDecoded(text, length, &at, "&#", &value);
-    if (map_.size() < kMaxParameters || map_.count(name) != 0) map_.insert_or_assign(name, value);
+    Set(name, value);
     if (stop == '#') break;
   }
+}
+
+void RequestParams::Set(const std::string& name, const std::string& value) {
+  if (map_.size() < kMaxParameters || map_.count(name) != 0) map_.insert_or_assign(name, value);
 }
 
 const std::string* RequestParams::Lookup(const char* name) const {

@@ -25,6 +25,10 @@ class RequestParams {
   void Parse(const char* text, std::size_t length);
   void Parse(const std::string& text) { Parse(text.data(), text.size()); }
 
+  // One parameter taken as it stands (a form field of a multipart body):
+  // the last one of a name wins, as in Parse.
+  void Set(const std::string& name, const std::string& value);
+
   // The narrow value of a name, or null when absent (or the name is null).
   const std::string* Lookup(const char* name) const;
 

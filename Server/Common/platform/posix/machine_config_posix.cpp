@@ -38,6 +38,15 @@ bool ReadServerLocalPath(std::u16string* path) {
   return true;
 }
 
+bool ReadServerUploadLimit(uint32_t* bytes) {
+  const std::string value = Env("VGCR_UPLOAD_LIMIT");
+  if (value.empty() || value.size() > 10 || value.find_first_not_of("0123456789") != std::string::npos) return false;
+  const unsigned long long number = std::strtoull(value.c_str(), nullptr, 10);
+  if (number < 1 || number > 2147483647ull) return false;
+  *bytes = static_cast<uint32_t>(number);
+  return true;
+}
+
 bool UserCacheFolder(std::u16string* path) {
   std::string folder = Env("XDG_CACHE_HOME");
   if (folder.empty()) {

@@ -23,6 +23,16 @@ bool ReadServerLocalPath(std::u16string* path) {
   return !path->empty();
 }
 
+bool ReadServerUploadLimit(uint32_t* bytes) {
+  DWORD value = 0;
+  DWORD size = sizeof(value);
+  LSTATUS status = ::RegGetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VantaLabs\\Vigilcrest\\service\\Information",
+                                  L"UploadLimit", RRF_RT_REG_DWORD, nullptr, &value, &size);
+  if (status != ERROR_SUCCESS || value < 1 || value > 2147483647u) return false;
+  *bytes = value;
+  return true;
+}
+
 bool UserCacheFolder(std::u16string* path) {
   wchar_t folder[MAX_PATH] = {};
   HRESULT hr = ::SHGetFolderPathW(nullptr, CSIDL_INTERNET_CACHE | CSIDL_FLAG_CREATE, nullptr, 0, folder);
