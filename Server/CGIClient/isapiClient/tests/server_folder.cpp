@@ -58,11 +58,35 @@ ScopedServerFolder::~ScopedServerFolder() {
   std::filesystem::remove_all(std::filesystem::path(path_), ignored);
 }
 
-int ScopedServerFolder::SpillFiles() const {
+int ScopedServerFolder::FilesNamed(const char16_t* prefix) const {
   int n = 0;
+  const std::u16string start(prefix);
   for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path_))) {
     std::u16string name = entry.path().filename().u16string();
-    if (name.rfind(u"mst", 0) == 0 && name.size() > 4 && name.substr(name.size() - 4) == u".tmp") ++n;
+    if (name.rfind(start, 0) == 0 && name.size() > 4 && name.substr(name.size() - 4) == u".tmp") ++n;
   }
   return n;
+}
+
+void SetUploadLimit(uint32_t bytes) {
+#if defined(_WIN32)
+  HKEY key = nullptr;
+  if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VantaLabs\\Vigilcrest\\service\\Information", 0, nullptr, 0,
+                      KEY_ALL_ACCESS, nullptr, &key, nullptr) != ERROR_SUCCESS) {
+    return;
+  }
+  if (bytes == 0) {
+    RegDeleteValueW(key, L"UploadLimit");
+  } else {
+    const DWORD value = bytes;
+    RegSetValueExW(key, L"UploadLimit", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
+  }
+  RegCloseKey(key);
+#else
+  if (bytes == 0) {
+    ::unsetenv("VGCR_UPLOAD_LIMIT");
+  } else {
+    ::setenv("VGCR_UPLOAD_LIMIT", std::to_string(bytes).c_str(), 1);
+  }
+#endif
 }
