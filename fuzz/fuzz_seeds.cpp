@@ -172,3 +172,23 @@ std::vector<std::vector<uint8_t>> HttpSeeds() {
   }
   return seeds;
 }
+
+std::vector<std::vector<uint8_t>> UploadSeeds() {
+  std::vector<std::vector<uint8_t>> seeds;
+  const auto add = [&](uint8_t first, uint8_t second, const std::string& text) {
+    std::vector<uint8_t> bytes{first, second};
+    bytes.insert(bytes.end(), text.begin(), text.end());
+    seeds.push_back(std::move(bytes));
+  };
+  const std::string field = "--fz\r\nContent-Disposition: form-data; name=\"requestid\"\r\n\r\n501\r\n";
+  const std::string file =
+      "--fz\r\nContent-Disposition: form-data; name=\"BinaryDataBlock\"; filename=\"a \\\"b\\\".zip\"\r\n"
+      "Content-Type: application/zip\r\n\r\nPK\x03\x04\r\n--f\r\n-\r\n--fz--\r\n";
+  add(2, 7, field + file);
+  add(0, 0, "preamble\r\n" + field + "--fz  \t\r\n\r\nno headers\r\n--fz--");
+  add(4, 1, field + "--fz\r\nContent-Disposition: form-data; name=x; filename=\r\n\r\n");
+  add(1, 0, "[RealTime_Scan]\r\nEnabled=1\r\nScanOn=Read,Write\r\nCompressedLayer=20\r\nFirstAction=Clean\r\n");
+  add(1, 4, "[Scheduled_Scan]\nTime=23:59\nDay=Friday\nFrequency=Monthly\nCpuUsage=3\nTime=00:00");
+  add(1, 8, "[Spyware_Scheduled_Scan]\nApprovedList=a;b\nAction=Deny\n=\nx");
+  return seeds;
+}

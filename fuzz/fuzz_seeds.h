@@ -11,3 +11,7 @@ std::vector<std::vector<uint8_t>> ServiceSeeds();
 // For the HTTP front: the first byte picks the mode (bit 0: adapter), the
 // rest is what a client sends.
 std::vector<std::vector<uint8_t>> HttpSeeds();
+// For the upload forms: the first byte's bit 0 picks a scan section (else
+// a multipart body), its other bits and the second byte the preload or the
+// section; the rest is the text.
+std::vector<std::vector<uint8_t>> UploadSeeds();
