@@ -46,15 +46,15 @@ std::vector<Part> WithFile(std::vector<Part> parts, const std::string& content, 
 // Content that keeps coming close to the delimiter without being it.
 std::string TrickyContent(std::size_t size) {
   std::string content;
-  const std::string near = std::string("\r\n--") + std::string(kBoundary).substr(0, 6);
+  const std::string almost = std::string("\r\n--") + std::string(kBoundary).substr(0, 6);
   for (std::size_t i = 0; content.size() < size; ++i) {
-    content += (i % 7 == 0) ? near : std::string(1, static_cast<char>(i * 37 % 256));
+    content += (i % 7 == 0) ? almost : std::string(1, static_cast<char>(i * 37 % 256));
   }
   content.resize(size);
   return content;
 }
 
-std::string ReadFile(const std::u16string& path) {
+std::string FileContent(const std::u16string& path) {
   std::ifstream file(std::filesystem::path(path), std::ios::binary);
   return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
@@ -100,7 +100,7 @@ TEST_F(Upload, TheFileLandsWholeInTheServerFolderAndIsAnnounced) {
     EXPECT_EQ(peer::AsU32(fields[4]), content.size());
     EXPECT_EQ(peer::AsWString(fields[5]), plat::Widen(CMessageDigest5::HexDigest(content.data(), content.size())));
     EXPECT_EQ(peer::AsU32(fields[6]), 1700u);
-    EXPECT_TRUE(ReadFile(path) == content) << "the file, byte for byte";
+    EXPECT_TRUE(FileContent(path) == content) << "the file, byte for byte";
     std::filesystem::remove(std::filesystem::path(path));  // the service's to remove
   }
 }
