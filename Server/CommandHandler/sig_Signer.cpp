@@ -175,11 +175,16 @@ std::unique_ptr<Signer> Signer::Open(const std::string& folder, std::string* err
   return signer;
 }
 
-bool Signer::Reload(std::string* error) {
-  auto keys = Load(folder_, error);
+bool Signer::Reload(std::string* error, bool* replaced) {
+  std::shared_ptr<const Keys> keys = Load(folder_, error);
   if (!keys) return false;
   std::lock_guard lock(lock_);
+  // The same certificate read again (a reload asked for by a client still
+  // on the previous one) must not push the previous one out.
+  const bool other = keys_ && X509_cmp(keys_->certificate, keys->certificate) != 0;
+  if (other) previous_ = std::move(keys_);
   keys_ = std::move(keys);
+  if (replaced) *replaced = other;
   return true;
 }
 
@@ -188,29 +193,70 @@ std::shared_ptr<const Signer::Keys> Signer::Current() const {
   return keys_;
 }
 
-bool Signer::IsOurs(const std::string& issuer, const std::string& serial) const {
-  const auto keys = Current();
-  return plat::EqualsIgnoringAsciiCase(issuer, keys->issuer) &&
-         plat::EqualsIgnoringAsciiCase(WithoutLeadingZeros(serial), WithoutLeadingZeros(keys->serial));
+namespace {
+
+bool SameSerial(const std::string& a, const std::string& b) {
+  return plat::EqualsIgnoringAsciiCase(WithoutLeadingZeros(a), WithoutLeadingZeros(b));
 }
 
-std::string Signer::Sign(const std::vector<uint8_t>& reply, int32_t clientNumber) const {
+bool Names(const Signer::Keys& keys, const std::string& issuer, const std::string& serial) {
+  return plat::EqualsIgnoringAsciiCase(issuer, keys.issuer) && SameSerial(serial, keys.serial);
+}
+
+std::string SignWith(const Signer::Keys& keys, const std::vector<uint8_t>& reply, int32_t clientNumber) {
   std::vector<uint8_t> signed_bytes(reply);
   const uint32_t number = static_cast<uint32_t>(clientNumber);
   for (int i = 0; i < 4; ++i) signed_bytes.push_back(static_cast<uint8_t>(number >> (8 * i)));
 
-  const auto keys = Current();
   EVP_MD_CTX* context = EVP_MD_CTX_new();
-  std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_get_size(keys->key)));
+  std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_get_size(keys.key)));
   std::size_t length = signature.size();
-  const bool ok = context && EVP_DigestSignInit(context, nullptr, EVP_sha256(), nullptr, keys->key) == 1 &&
+  const bool ok = context && EVP_DigestSignInit(context, nullptr, EVP_sha256(), nullptr, keys.key) == 1 &&
                   EVP_DigestSign(context, signature.data(), &length, signed_bytes.data(), signed_bytes.size()) == 1;
   EVP_MD_CTX_free(context);
   return ok ? Base64Coder::Encode(signature.data(), length) : std::string();
 }
 
+}  // namespace
+
+bool Signer::IsOurs(const std::string& issuer, const std::string& serial) const {
+  return Names(*Current(), issuer, serial);
+}
+
+bool Signer::SignsWithSerial(const std::string& serial) const { return SameSerial(serial, Current()->serial); }
+
+std::string Signer::Sign(const std::vector<uint8_t>& reply, int32_t clientNumber) const {
+  return SignWith(*Current(), reply, clientNumber);
+}
+
+Signer::Signature Signer::SignFor(const std::string& issuer, const std::string& serial,
+                                  const std::vector<uint8_t>& reply, int32_t clientNumber) const {
+  std::shared_ptr<const Keys> current, previous;
+  {
+    std::lock_guard lock(lock_);
+    current = keys_;
+    previous = previous_;
+  }
+  Signature result;
+  const Keys* keys = nullptr;
+  if (Names(*current, issuer, serial)) {
+    result.match = Match::kCurrent;
+    keys = current.get();
+  } else if (previous && Names(*previous, issuer, serial)) {
+    result.match = Match::kPrevious;
+    keys = previous.get();
+  }
+  if (keys) result.base64 = SignWith(*keys, reply, clientNumber);
+  return result;
+}
+
 std::string Signer::Issuer() const { return Current()->issuer; }
 
 std::string Signer::Serial() const { return Current()->serial; }
+
+std::string Signer::PreviousSerial() const {
+  std::lock_guard lock(lock_);
+  return previous_ ? previous_->serial : std::string();
+}
 
 }  // namespace sig

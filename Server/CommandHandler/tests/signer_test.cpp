@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
 #include "db_probe.h"
 #include "sig_Signer.h"
 #include "signature_check.h"
@@ -58,6 +62,49 @@ TEST_F(Signer, TellsItsOwnCertificateFromOthers) {
   };
   EXPECT_EQ(issuer, "CN=Vigilcrest Reply Signing,O=Vigilcrest Server");
   for (const Case& c : cases) EXPECT_EQ(signer_->IsOurs(c.issuer, c.serial), c.ours) << c.issuer << " / " << c.serial;
+}
+
+// Signing goes on while reloads swap the keys: whatever certificate a
+// signature is said to be made for, it verifies with that certificate.
+TEST_F(Signer, ASignatureAlwaysMatchesTheCertificateItIsToldFor) {
+  namespace fs = std::filesystem;
+  const std::string first = folder_ + "/first.pem";
+  fs::copy_file(signer_->CertificatePath(), first);
+  const std::string other = MakeTempFolder();
+  std::string error;
+  auto second = sig::Signer::Open(other, &error);
+  ASSERT_TRUE(second) << error;
+  const std::string firstIssuer = signer_->Issuer();
+  const std::string firstSerial = signer_->Serial();
+
+  std::atomic<bool> done{false};
+  std::thread reloads([&] {
+    const std::string pairs[] = {other, folder_ + "/keep"};
+    fs::create_directory(pairs[1]);
+    for (const char* name : {"/signing-key.pem", "/signing-cert.pem"})
+      fs::copy_file(folder_ + name, pairs[1] + name);
+    for (int i = 0; i < 40; ++i) {
+      for (const char* name : {"/signing-key.pem", "/signing-cert.pem"})
+        fs::copy_file(pairs[i % 2] + name, folder_ + name, fs::copy_options::overwrite_existing);
+      std::string ignored;
+      signer_->Reload(&ignored);  // may meet a half-copied pair: then nothing changes
+    }
+    done = true;
+  });
+  const std::vector<uint8_t> reply = {'o', 'k'};
+  int signedCount = 0;
+  while (!done) {
+    const sig::Signer::Signature made = signer_->SignFor(firstIssuer, firstSerial, reply, 7);
+    if (made.match == sig::Signer::Match::kNone) continue;
+    ++signedCount;
+    EXPECT_TRUE(SignatureVerifies(first, "ok", 7, made.base64));
+  }
+  reloads.join();
+  EXPECT_GT(signedCount, 0);
+  const sig::Signer::Signature stranger = signer_->SignFor("CN=Someone Else", firstSerial, reply, 7);
+  EXPECT_EQ(stranger.match, sig::Signer::Match::kNone);
+  EXPECT_TRUE(stranger.base64.empty());
+  RemoveFolder(other);
 }
 
 }  // namespace
