@@ -4,6 +4,7 @@
 #include "sig_Signer.h"
 #include "st_LogWriter.h"
 #include "st_Store.h"
+#include "st_Uploads.h"
 
 namespace cmd {
 
@@ -11,6 +12,9 @@ struct Context {
   st::Store& store;
   sig::Signer& signer;
   st::LogWriter& logs;
+  // Null where uploads are not taken (a process that only reads commands):
+  // their announcements are then dropped and no file is touched.
+  st::Uploads* uploads = nullptr;
 };
 
 }  // namespace cmd

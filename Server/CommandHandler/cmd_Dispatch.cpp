@@ -1,5 +1,7 @@
 #include "cmd_Dispatch.h"
 
+#include <optional>
+
 #include "channel/channel_Settings.h"
 #include "channel/ser_MsgSerializer.h"
 #include "cmd_Inbound.h"
@@ -15,8 +17,8 @@ namespace {
 // A round trip that cannot be served is told so at once: its answer's
 // prologue alone, which the requester takes as a failure. Only to a reply
 // pipe of the protocol's form.
-std::string AnswerEmpty(const Command2* command, const CMsgSerializer& message) {
-  if (command == nullptr || !command->roundTrip) return "";
+std::string AnswerEmpty(bool expected, const CMsgSerializer& message) {
+  if (!expected) return "";
   if (!IsMessageIdentifier(message.CommandName(), message.Identifier())) return "";
   try {
     Reply2 answer(message.CommandName(), message.Identifier());
@@ -32,11 +34,14 @@ std::string AnswerEmpty(const Command2* command, const CMsgSerializer& message) 
 std::string RunVersion2(Context& context, const std::u16string& pipe, const PipeRequest& request,
                         std::string* name) {
   CMsgSerializer message;
-  const Command2* command = nullptr;
+  // Made once the command is known; whether its sender waits may be
+  // learnt from the record itself, even when the rest of it is bad.
+  std::optional<Reply2> answer;
+  const auto expected = [&answer] { return answer.has_value() && answer->expected(); };
   try {
     const bool loaded = message.Load(request.bytes.data(), static_cast<uint32_t>(request.bytes.size()));
     *name = plat::ToUtf8(message.CommandName());
-    command = FindCommand2(message.CommandName());
+    const Command2* command = FindCommand2(message.CommandName());
     if (command == nullptr) return "dropped: unknown command";
     if (pipe != command->pipe) return "dropped: sent to the wrong pipe";
     // The identifier names the reply pipe: anything but the protocol's form
@@ -44,22 +49,23 @@ std::string RunVersion2(Context& context, const std::u16string& pipe, const Pipe
     if (!IsMessageIdentifier(message.CommandName(), message.Identifier())) {
       return "dropped: its identifier is not of the protocol's form";
     }
+    answer.emplace(message.CommandName(), message.Identifier());
+    if (command->roundTrip) answer->Expect();
     if (!loaded) {
       return "dropped: its file " + plat::ToUtf8(message.FilePath()) + " is not a spill file" +
-             AnswerEmpty(command, message);
+             AnswerEmpty(expected(), message);
     }
-    Reply2 answer(message.CommandName(), message.Identifier());
-    std::string what = command->handle(context, message, answer);
-    if (command->roundTrip && !answer.due()) {
-      answer.Fields();  // the prologue alone: a failure, told at once
+    std::string what = command->handle(context, message, *answer);
+    if (answer->expected() && !answer->due()) {
+      answer->Fields();  // the prologue alone: a failure, told at once
       what += "; answered empty";
     }
     std::string error;
-    if (answer.due() && !answer.Send(&error)) what += "; not answered: " + error;
+    if (answer->due() && !answer->Send(&error)) what += "; not answered: " + error;
     return what;
   } catch (const CIPCMsgBufferException& e) {
     return "dropped: malformed message (" + plat::ToUtf8(CIPCMsgBufferException::MessageFor(e.Code())) + ")" +
-           AnswerEmpty(command, message);
+           AnswerEmpty(expected(), message);
   } catch (const std::bad_alloc&) {
     return "dropped: out of memory";
   }

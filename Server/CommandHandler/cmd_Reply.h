@@ -20,12 +20,18 @@ class Reply2 {
   ISerializer& Fields();
   bool due() const { return due_; }
   bool Send(std::string* error);
+  // The requester waits for this answer: one left unwritten is sent as the
+  // prologue alone. Set for the commands that are always round trips, and
+  // by a handler whose record says that its sender waits.
+  void Expect() { expected_ = true; }
+  bool expected() const { return expected_; }
 
  private:
   std::u16string command_;
   std::u16string identifier_;
   CSerializer message_;
   bool due_ = false;
+  bool expected_ = false;
 };
 
 // A version-1 reader's answer: UTF-16LE text, no terminator.

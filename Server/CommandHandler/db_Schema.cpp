@@ -110,6 +110,49 @@ CREATE TABLE IF NOT EXISTS firewall_counts (
   firewall_per_hour INTEGER, intrusion_per_hour INTEGER, network_virus_per_hour INTEGER,
   firewall_total INTEGER, intrusion_total INTEGER, network_virus_total INTEGER
 );
+-- Every update report of a known client, as it came: when the update
+-- finished by the client's clock, its result (0: it succeeded, else the
+-- client's error code) and the versions it reported. Kept as long as the
+-- logs are.
+CREATE TABLE IF NOT EXISTS update_history (
+  id INTEGER PRIMARY KEY,
+  received TEXT NOT NULL,
+  uid TEXT NOT NULL COLLATE NOCASE,
+  release TEXT NOT NULL,
+  "date" TEXT NOT NULL,
+  "time" TEXT NOT NULL,
+  result INTEGER NOT NULL,
+  program TEXT NOT NULL,
+  engine TEXT NOT NULL,
+  ptnfile INTEGER NOT NULL, spyptn INTEGER NOT NULL, cfwptn INTEGER NOT NULL, vaptn INTEGER NOT NULL,
+  tscptn INTEGER NOT NULL
+);
+CREATE INDEX IF NOT EXISTS update_history_uid_received ON update_history (uid, received);
+CREATE INDEX IF NOT EXISTS update_history_received ON update_history (received);
+-- The signing certificate each client said last that it trusts.
+CREATE TABLE IF NOT EXISTS client_certificates (
+  uid TEXT PRIMARY KEY COLLATE NOCASE,
+  issuer TEXT NOT NULL,
+  serial TEXT NOT NULL,
+  reported TEXT NOT NULL
+);
+-- Files clients uploaded, each kept as uploads/<stored_name> in the data
+-- folder. The name is made from the id, never from the client's file name,
+-- which is a label only. Ids are never used again (AUTOINCREMENT), so a
+-- file left behind can never be taken for a later upload's.
+CREATE TABLE IF NOT EXISTS uploads (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  received TEXT NOT NULL,
+  uid TEXT NOT NULL COLLATE NOCASE,
+  release TEXT NOT NULL,
+  kind TEXT NOT NULL,
+  file_name TEXT NOT NULL,
+  size INTEGER NOT NULL,
+  md5 TEXT NOT NULL,
+  disk_status INTEGER NOT NULL,
+  stored_name TEXT NOT NULL UNIQUE
+);
+CREATE INDEX IF NOT EXISTS uploads_uid ON uploads (uid);
 
 -- The polling state follows the tables it summarises, whoever writes them
 -- (the service, or a person with the shell).

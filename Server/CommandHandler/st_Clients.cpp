@@ -1,5 +1,5 @@
 // Registration, protection status, logon user, heartbeat, OPP reports,
-// firewall counts.
+// firewall counts, update reports and the certificate a client trusts.
 #include "db_Schema.h"
 #include "channel/rec_Lifecycle.h"
 #include "platform/text.h"
@@ -127,6 +127,52 @@ bool Store::SetFirewallCounts(const std::string& uid, const FirewallCounts& coun
     s.Bind(1, uid).Bind(2, counts.textField);
     for (int i = 0; i < 6; ++i) s.Bind(3 + i, counts.counts[i]);
     return s.Run();
+  });
+}
+
+bool Store::ReportUpdate(const UpdateReport& report, bool* known, std::string* components) {
+  components->clear();
+  return db::InTransaction(database_, [&] {
+    *known = Known(database_, report.uid);
+    if (!*known) return true;
+    db::Statement history = database_.Prepare(
+        std::string("INSERT INTO update_history (received, uid, release, \"date\", \"time\", result, program, engine, "
+                    "ptnfile, spyptn, cfwptn, vaptn, tscptn) VALUES (") +
+        db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    history.Bind(1, report.uid).Bind(2, report.release).Bind(3, report.date).Bind(4, report.time);
+    history.Bind(5, report.result).Bind(6, report.program).Bind(7, report.engine);
+    history.Bind(8, report.ptnfile).Bind(9, report.spyptn).Bind(10, report.cfwptn).Bind(11, report.vaptn);
+    if (!history.Bind(12, report.tscptn).Run()) return false;
+    if (report.result == 0) {
+      // A client that leaves a version out of its report (a component it
+      // does not run, a key it did not send) has not lost what it had.
+      db::Statement versions = database_.Prepare(
+          "UPDATE clients SET program = COALESCE(NULLIF(?2, ''), program), engine = COALESCE(NULLIF(?3, ''), engine), "
+          "ptnfile = COALESCE(NULLIF(?4, 0), ptnfile), spyptn = COALESCE(NULLIF(?5, 0), spyptn), "
+          "cfwptn = COALESCE(NULLIF(?6, 0), cfwptn), vaptn = COALESCE(NULLIF(?7, 0), vaptn), "
+          "tscptn = COALESCE(NULLIF(?8, 0), tscptn) WHERE uid = ?1");
+      versions.Bind(1, report.uid).Bind(2, report.program).Bind(3, report.engine).Bind(4, report.ptnfile);
+      versions.Bind(5, report.spyptn).Bind(6, report.cfwptn).Bind(7, report.vaptn);
+      if (!versions.Bind(8, report.tscptn).Run()) return false;
+    }
+    db::Statement section = database_.Prepare(
+        "SELECT COALESCE((SELECT text FROM client_sections WHERE uid = ?1 AND section = 'INI_COMPONENT_VER'), "
+        "(SELECT text FROM section_defaults WHERE section = 'INI_COMPONENT_VER'), '')");
+    if (!section.Bind(1, report.uid).Step()) return false;
+    *components = section.Text(0);
+    return true;
+  });
+}
+
+bool Store::SetClientCertificate(const std::string& uid, const std::string& issuer, const std::string& serial,
+                                 bool* known) {
+  return db::InTransaction(database_, [&] {
+    *known = Known(database_, uid);
+    if (!*known) return true;
+    db::Statement s = database_.Prepare(
+        std::string("INSERT OR REPLACE INTO client_certificates (uid, issuer, serial, reported) VALUES (?, ?, ?, ") +
+        db::kNowSql + ")");
+    return s.Bind(1, uid).Bind(2, issuer).Bind(3, serial).Run();
   });
 }
 

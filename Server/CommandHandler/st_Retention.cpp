@@ -1,13 +1,13 @@
 #include "st_Retention.h"
 
 #include "channel/rec_Logs.h"
-#include "svc_Log.h"
 
 namespace st {
 namespace {
 
-// A first pass soon after start, without holding the start itself up.
-constexpr std::chrono::seconds kFirstPass{5};
+// Tables that grow like logs, with the columns retention goes by (id,
+// received).
+constexpr const char* kHistoryTables[] = {"update_history"};
 
 // Deletes, a batch per transaction, the rows `pick` selects (a query that
 // returns ids, oldest first, at most ?2 of them; `bind` binds ?1). -1 when
@@ -76,42 +76,11 @@ bool RunRetention(db::Database& database, const RetentionLimits& limits, const s
     if (stopping()) break;
     ok = PruneTable(database, layout->table, limits, stopping, report) && ok;
   }
+  for (const char* table : kHistoryTables) {
+    if (stopping()) break;
+    ok = PruneTable(database, table, limits, stopping, report) && ok;
+  }
   return ok;
-}
-
-void Retention::Start() {
-  if (thread_.joinable() || (limits_.maxAgeDays == 0 && limits_.maxRows == 0)) return;
-  stop_ = false;
-  thread_ = std::thread([this] { Run(); });
-}
-
-void Retention::Stop() {
-  {
-    std::lock_guard guard(lock_);
-    stop_ = true;
-  }
-  wake_.notify_all();
-  if (thread_.joinable()) thread_.join();
-}
-
-bool Retention::Stopping() {
-  std::lock_guard guard(lock_);
-  return stop_;
-}
-
-void Retention::Run() {
-  std::chrono::seconds wait = std::min(interval_, kFirstPass);
-  for (;;) {
-    {
-      std::unique_lock guard(lock_);
-      if (wake_.wait_for(guard, wait, [&] { return stop_; })) return;
-    }
-    const bool ok = RunRetention(
-        database_, limits_, [this] { return Stopping(); },
-        [](const std::string& line) { svc::Note("retention: " + line); });
-    if (!ok) svc::Note("retention: the database failed; trying again in " + std::to_string(interval_.count()) + " s");
-    wait = interval_;
-  }
 }
 
 }  // namespace st

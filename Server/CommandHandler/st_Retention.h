@@ -1,15 +1,13 @@
 // How long logs are kept: rows older than an age and rows beyond a count
-// per table are deleted, oldest first, by a thread of the service's own,
-// in small transactions so that the log writer never waits long.
+// per table are deleted, oldest first, by a thread of the service's own
+// (a Periodic), in small transactions so that the log writer never waits
+// long. The update history is kept as long as the logs.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "db_Database.h"
 
@@ -23,36 +21,13 @@ struct RetentionLimits {
 // At most this many rows go per transaction.
 inline constexpr int64_t kRetentionBatch = 500;
 
-// One pass over every log table. `stopping` is asked between transactions;
-// `report` gets a line for each table that lost rows. False when the
-// database failed.
+// A first pass soon after start, without holding the start itself up.
+inline constexpr std::chrono::seconds kFirstRetentionPass{5};
+
+// One pass over every log table and the update history. `stopping` is
+// asked between transactions; `report` gets a line for each table that lost
+// rows. False when the database failed.
 bool RunRetention(db::Database& database, const RetentionLimits& limits, const std::function<bool()>& stopping,
                   const std::function<void(const std::string&)>& report);
-
-class Retention {
- public:
-  Retention(db::Database& database, RetentionLimits limits, std::chrono::seconds interval)
-      : database_(database), limits_(limits), interval_(interval) {}
-  ~Retention() { Stop(); }
-  Retention(const Retention&) = delete;
-  Retention& operator=(const Retention&) = delete;
-
-  // A first pass shortly after start, then one every interval.
-  void Start();
-  // Ends the thread, between two transactions at the latest.
-  void Stop();
-
- private:
-  void Run();
-  bool Stopping();
-
-  db::Database& database_;
-  RetentionLimits limits_;
-  std::chrono::seconds interval_;
-  std::mutex lock_;
-  std::condition_variable wake_;
-  bool stop_ = false;
-  std::thread thread_;
-};
 
 }  // namespace st

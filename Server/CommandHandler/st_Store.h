@@ -20,6 +20,15 @@ struct PollingState {
 // The settings values the version-1 setters write, one column each.
 enum class ClientValue { kScheduledUpdate, kWarningSetting, kPolicyId, kStatFlag };
 
+// What a client reports of an update: when it finished (its own clock),
+// its result (0: it succeeded) and the versions it has now.
+struct UpdateReport {
+  std::string uid, release, date, time;
+  int32_t result = 0;
+  std::string program, engine;
+  uint32_t ptnfile = 0, spyptn = 0, cfwptn = 0, vaptn = 0, tscptn = 0;
+};
+
 struct FirewallCounts {
   std::string textField;
   int64_t counts[6] = {};  // per hour: firewall, intrusion, network virus; then the same accumulated
@@ -67,6 +76,16 @@ class Store {
   // A client's report that it activated (52) or restored (53) its OPP
   // policy; kept for known clients only.
   bool AddOppReport(const std::string& uid, const std::string& release, int32_t operation, bool* known);
+  // Keeps a known client's update report in update_history and, when the
+  // update succeeded, the versions it reports as the client's own in
+  // `clients` (a version reported empty or 0 keeps the one known). An
+  // unknown client's report is not stored. *components is the
+  // INI_COMPONENT_VER section the client reads (its own, else the
+  // default), read in the same transaction; empty for an unknown client.
+  bool ReportUpdate(const UpdateReport& report, bool* known, std::string* components);
+  // The signing certificate a known client says it trusts now.
+  bool SetClientCertificate(const std::string& uid, const std::string& issuer, const std::string& serial,
+                            bool* known);
   // Replaces the default sections with these (name -> text).
   bool LoadDefaults(const std::map<std::string, std::string>& sections);
 

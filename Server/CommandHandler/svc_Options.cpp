@@ -13,6 +13,7 @@ namespace svc {
 const char* Usage() {
   return "usage: vgcr-cmdhandler [--data DIR] [--defaults DIR] [--instances N] [--quiet]\n"
          "                       [--log-max-age DAYS] [--log-max-rows N] [--retention-interval SECONDS]\n"
+         "                       [--upload-client-quota MIB] [--upload-total-quota MIB]\n"
          "       vgcr-cmdhandler --print-identity [--data DIR]\n"
          "       vgcr-cmdhandler [--data DIR] COMMAND ARGUMENTS...\n"
          "\n"
@@ -31,6 +32,10 @@ const char* Usage() {
          "                                0 to 10^12; 0: no limit (default 10000000)\n"
          "  --retention-interval SECONDS  time between two deletion passes, 1 to 86400\n"
          "                                (default 60; the first pass runs soon after start)\n"
+         "  --upload-client-quota MIB     what one client's uploads may take in DIR/uploads,\n"
+         "                                0 to 1048576; 0: no limit (default 256)\n"
+         "  --upload-total-quota MIB      what all uploads may take, 0 to 1048576; 0: no\n"
+         "                                limit (default 4096)\n"
          "  --print-identity              print the signing certificate's SA_ISR and SA_SN\n"
          "                                query values and exit\n"
          "\n"
@@ -48,7 +53,8 @@ const char* Usage() {
          "  export-logs TABLE [--since 'YYYY-MM-DD hh:mm:ss'] [--uid UID]\n"
          "                                the log table's rows as JSON Lines, oldest first\n"
          "\n"
-         "Pipes live in $VGCR_PIPE_DIR; spill files are read from $VGCR_LOCAL_PATH.\n"
+         "Pipes live in $VGCR_PIPE_DIR; spill files and uploads are taken from\n"
+         "$VGCR_LOCAL_PATH.\n"
          "SIGINT or SIGTERM stops it cleanly.\n";
 }
 
@@ -81,6 +87,10 @@ constexpr NumberOption kNumberOptions[] = {
      [](Options* o, int64_t n) { o->logMaxRows = n; }},
     {"--retention-interval", 1, 86400, "a number of seconds from 1 to 86400",
      [](Options* o, int64_t n) { o->retentionIntervalSeconds = static_cast<uint32_t>(n); }},
+    {"--upload-client-quota", 0, 1 << 20, "a number of MiB from 0 (no limit) to 1048576",
+     [](Options* o, int64_t n) { o->uploadClientQuotaMiB = static_cast<uint32_t>(n); }},
+    {"--upload-total-quota", 0, 1 << 20, "a number of MiB from 0 (no limit) to 1048576",
+     [](Options* o, int64_t n) { o->uploadTotalQuotaMiB = static_cast<uint32_t>(n); }},
 };
 
 const NumberOption* FindNumberOption(const char* arg) {

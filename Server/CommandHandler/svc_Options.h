@@ -15,6 +15,8 @@ struct Options {
   uint32_t logMaxAgeDays = 90;             // logs older are deleted; 0: kept whatever their age
   int64_t logMaxRows = 10'000'000;         // per log table; 0: no limit
   uint32_t retentionIntervalSeconds = 60;  // between two retention passes
+  uint32_t uploadClientQuotaMiB = 256;     // what one client's uploads may take; 0: no limit
+  uint32_t uploadTotalQuotaMiB = 4096;     // what all uploads may take; 0: no limit
   bool printIdentity = false;              // print SA_ISR and SA_SN, then exit
   bool help = false;
   // An operator command and its arguments (svc_Admin), when one is given.

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 
 #include "channel/channel_Settings.h"
 #include "cmd_Dispatch.h"
@@ -9,6 +10,7 @@
 #include "platform/errors.h"
 #include "platform/text.h"
 #include "st_Defaults.h"
+#include "st_Retention.h"
 #include "svc_Files.h"
 #include "svc_Log.h"
 
@@ -39,9 +41,13 @@ bool Service::Start(const Options& options, std::string* error) {
   }
   signer_ = sig::Signer::Open(options.dataFolder, error);
   if (!signer_ || !KeepPrivate(options.dataFolder + "/signing-key.pem", 0600, error)) return false;
+  const st::UploadQuotas quotas{int64_t{options.uploadClientQuotaMiB} << 20,
+                                int64_t{options.uploadTotalQuotaMiB} << 20};
+  uploads_ = st::Uploads::Open(*database_, options.dataFolder, quotas, error);
+  if (!uploads_) return false;
   logs_ = std::make_unique<st::LogWriter>(*database_);
   logs_->Start();
-  context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_});
+  context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_, uploads_.get()});
   Note("database " + path + ", " + std::to_string(sections.size()) + " default sections, signing certificate " +
        signer_->Serial());
 
@@ -66,10 +72,26 @@ bool Service::Start(const Options& options, std::string* error) {
     }
     listeners_.push_back(std::move(listener));
   }
-  retention_ = std::make_unique<st::Retention>(
-      *database_, st::RetentionLimits{options.logMaxAgeDays, options.logMaxRows},
-      std::chrono::seconds(options.retentionIntervalSeconds));
-  retention_->Start();
+  const st::RetentionLimits limits{options.logMaxAgeDays, options.logMaxRows};
+  retention_.reset();
+  if (limits.maxAgeDays != 0 || limits.maxRows != 0) {
+    const std::chrono::seconds interval(options.retentionIntervalSeconds);
+    retention_ = std::make_unique<st::Periodic>(
+        std::min(interval, st::kFirstRetentionPass), interval,
+        [database = database_.get(), limits, interval](const std::function<bool()>& stopping) {
+          const bool ok = st::RunRetention(*database, limits, stopping,
+                                           [](const std::string& line) { Note("retention: " + line); });
+          if (!ok) Note("retention: the database failed; trying again in " + std::to_string(interval.count()) + " s");
+        });
+    retention_->Start();
+  }
+  // At start, for what a stopped service or an announcement that never came
+  // left behind, then every ten minutes.
+  uploadSweep_ = std::make_unique<st::Periodic>(
+      std::chrono::milliseconds(0), st::kUploadSweepInterval, [uploads = uploads_.get()](const std::function<bool()>&) {
+        uploads->Sweep(st::kTempUploadAge, [](const std::string& line) { Note("uploads: " + line); });
+      });
+  uploadSweep_->Start();
   return true;
 }
 
@@ -80,6 +102,7 @@ void Service::Stop() {
     listeners_.clear();
   }
   if (retention_) retention_->Stop();
+  if (uploadSweep_) uploadSweep_->Stop();
   // Every sender has been served: what is queued is all there will be.
   if (logs_) logs_->Stop();
   instance_.Release();

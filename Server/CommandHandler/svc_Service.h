@@ -1,6 +1,6 @@
-// The service: its database, signing keys and default sections, a
-// listener on each of the server's pipes, the log writer and the thread
-// that deletes old logs.
+// The service: its database, signing keys and default sections, its
+// uploads, a listener on each of the server's pipes, the log writer and the
+// threads that delete old logs and upload leftovers.
 #pragma once
 
 #include <memory>
@@ -12,7 +12,8 @@
 #include "db_Database.h"
 #include "platform/event.h"
 #include "st_LogWriter.h"
-#include "st_Retention.h"
+#include "st_Periodic.h"
+#include "st_Uploads.h"
 #include "svc_Files.h"
 #include "svc_Options.h"
 
@@ -36,7 +37,9 @@ class Service {
   std::unique_ptr<st::Store> store_;
   std::unique_ptr<sig::Signer> signer_;
   std::unique_ptr<st::LogWriter> logs_;
-  std::unique_ptr<st::Retention> retention_;
+  std::unique_ptr<st::Uploads> uploads_;
+  std::unique_ptr<st::Periodic> retention_;
+  std::unique_ptr<st::Periodic> uploadSweep_;
   std::unique_ptr<cmd::Context> context_;
   plat::Event stop_;
   std::vector<std::unique_ptr<CPipeListener>> listeners_;
