@@ -24,7 +24,6 @@
 #include "platform/text.h"
 #include "service_fixture.h"
 #include "st_Uploads.h"
-#include "svc_Options.h"
 
 namespace {
 
@@ -174,13 +173,6 @@ TEST_F(TakeOver, RefusalsLeaveNothingStored) {
          r = Announcement(outside + "/upl1.tmp");
        },
        "dropped: the temporary file", true},
-      {"a folder inside the server folder",
-       [&](tagCln_UploadFile& r) {
-         fs::create_directory(server + "/sub");
-         WriteFile(server + "/sub/upl1.tmp", kContent);
-         r = Announcement(server + "/sub/upl1.tmp");
-       },
-       "is not in the server folder", true},
       {"the server folder by way of ..",
        [&](tagCln_UploadFile& r) {
          WriteFile(server + "/upl2.tmp", kContent);
@@ -189,8 +181,6 @@ TEST_F(TakeOver, RefusalsLeaveNothingStored) {
        "is not in the server folder", true},
       {"a spill file's name",
        [&](tagCln_UploadFile& r) { r = Announcement(Temp("mst12.tmp")); }, "not named as temporary uploads are", true},
-      {"a name with more than letters and digits",
-       [&](tagCln_UploadFile& r) { r = Announcement(Temp("upl-1.tmp")); }, "not named as temporary uploads are", true},
       {"a link to a file elsewhere",
        [&](tagCln_UploadFile& r) {
          WriteFile(outside + "/secret", kContent);
@@ -217,12 +207,6 @@ TEST_F(TakeOver, RefusalsLeaveNothingStored) {
          r.md5[0] = r.md5[0] == u'0' ? u'1' : u'0';
        },
        "MD5 digest is", false},
-      {"no digest",
-       [&](tagCln_UploadFile& r) {
-         r = Announcement(Temp("upl7.tmp"));
-         r.md5 = u"../../etc/passwd";
-       },
-       "not 32 hexadecimal digits", false},
       {"a file name with a path in it",
        [&](tagCln_UploadFile& r) {
          r = Announcement(Temp("upl8.tmp"));
@@ -302,17 +286,8 @@ TEST_F(TakeOver, TheSweepDeletesOnlyLeftovers) {
   EXPECT_TRUE(lines.empty()) << "nothing left to delete";
 }
 
-TEST(UploadNames, TheServicesOwnNamesAndTheTemporaryPath) {
-  EXPECT_TRUE(st::IsStoredName(st::StoredName(17)));
-  EXPECT_EQ(st::StoredName(17), "upload-17");
-  for (const char* name :
-       {"upload-", "upload-017", "upload-1a", "upload-1/..", "Upload-1", "upload-12345678901234567890"})
-    EXPECT_FALSE(st::IsStoredName(name)) << name;
-  EXPECT_TRUE(st::IsStagingName("staging-0123456789abcdef"));
-  for (const char* name :
-       {"staging-0123456789ABCDEF", "staging-0123", "staging-0123456789abcdefa", "x-0123456789abcdef"})
-    EXPECT_FALSE(st::IsStagingName(name)) << name;
-
+// Which paths name a temporary upload file in the server folder, as text.
+TEST(UploadPaths, OnlyATemporaryUploadNameDirectlyInTheServerFolder) {
   const struct {
     const char16_t *path, *server;
     bool taken;
@@ -329,22 +304,6 @@ TEST(UploadNames, TheServicesOwnNamesAndTheTemporaryPath) {
   };
   for (const auto& c : paths)
     EXPECT_EQ(st::WhyNotTempUploadPath(c.path, c.server).empty(), c.taken) << plat::ToUtf8(c.path);
-}
-
-TEST(UploadOptions, QuotasAreMiBWithZeroForNoLimit) {
-  const auto parse = [](std::vector<const char*> args, svc::Options* options) {
-    args.insert(args.begin(), "vgcr-cmdhandler");
-    std::string error;
-    return svc::ParseOptions(static_cast<int>(args.size()), const_cast<char**>(args.data()), options, &error);
-  };
-  svc::Options options;
-  EXPECT_EQ(options.uploadClientQuotaMiB, 256u);
-  EXPECT_EQ(options.uploadTotalQuotaMiB, 4096u);
-  ASSERT_TRUE(parse({"--upload-client-quota", "5", "--upload-total-quota", "0"}, &options));
-  EXPECT_EQ(options.uploadClientQuotaMiB, 5u);
-  EXPECT_EQ(options.uploadTotalQuotaMiB, 0u);
-  EXPECT_FALSE(parse({"--upload-total-quota", "1048577"}, &options));
-  EXPECT_FALSE(parse({"--upload-client-quota", "-1"}, &options));
 }
 
 // The service itself: an announcement off its pipe, and the sweep it runs
