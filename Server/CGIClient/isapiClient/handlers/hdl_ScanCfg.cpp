@@ -143,7 +143,7 @@ bool ParseSection(const Section& section, std::u16string_view text, std::u16stri
   const std::vector<std::u16string_view> lines = Lines(text);
   if (text.size() > kMaxSectionChars || lines.empty() || lines[0] != section.header) return false;
   std::vector<bool> seen(section.keyCount, false);
-  std::u16string out = std::u16string(section.header) + u"\n";
+  std::u16string out = std::u16string(section.header) + u"\r\n";
   for (std::size_t i = 1; i < lines.size(); ++i) {
     const std::size_t equals = lines[i].find(u'=');
     if (equals == std::u16string_view::npos || equals == 0) return false;
@@ -160,7 +160,7 @@ bool ParseSection(const Section& section, std::u16string_view text, std::u16stri
       return false;
     }
     seen[k] = true;
-    out.append(lines[i]).push_back(u'\n');
+    out.append(lines[i]).append(u"\r\n");
   }
   *canonical = std::move(out);
   where->clear();

@@ -49,7 +49,8 @@ inline constexpr std::size_t kMaxSectionChars = 8192;
 inline constexpr std::size_t kMaxTextChars = 1024;
 
 // Parses a section's text. True with *canonical set to the header and the
-// keys in the order given, each line ending with LF; false with *where
+// keys in the order given, each line ending with CR LF as every settings
+// text the server hands out does; false with *where
 // naming what failed: the form key alone, or the form key, a dot and the
 // setting's key.
 bool ParseSection(const Section& section, std::u16string_view text, std::u16string* canonical,

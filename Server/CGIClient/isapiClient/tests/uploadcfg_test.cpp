@@ -21,6 +21,12 @@ std::string Encode(const std::string& text) {
   return out;
 }
 
+std::string WithCrLf(const std::string& text) {
+  std::string out;
+  for (const char c : text) out += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  return out;
+}
+
 class UploadCfg : public Handlers {
  protected:
   void SetUp() override {
@@ -56,12 +62,12 @@ TEST_F(UploadCfg, ValidSectionsReachTheirSettersInTableOrderInCanonicalForm) {
   ASSERT_EQ(setters.size(), 3u);
   EXPECT_EQ(setters[0].first, u"CMDHL_SET_RT_CFG");
   EXPECT_EQ(setters[0].second,
-            u"[RealTime_Scan]\nEnabled=1\nScanOn=Read,Write\nCompressedLayer=20\nFirstAction=Quarantine\n");
+            u"[RealTime_Scan]\r\nEnabled=1\r\nScanOn=Read,Write\r\nCompressedLayer=20\r\nFirstAction=Quarantine\r\n");
   EXPECT_EQ(setters[1].first, u"CMDHL_SET_PS_CFG");
-  EXPECT_EQ(setters[1].second, plat::Widen(scheduled));
+  EXPECT_EQ(setters[1].second, plat::Widen(WithCrLf(scheduled)));
   EXPECT_EQ(setters[2].first, u"CMDHL_SET_SPY_MS_CFG");
   EXPECT_EQ(setters[2].second,
-            u"[Spyware_Manual_Scan]\nAction=Deny\nApprovedList=C:\\Tools\\a.exe; b.exe\nEnabled=0\n");
+            u"[Spyware_Manual_Scan]\r\nAction=Deny\r\nApprovedList=C:\\Tools\\a.exe; b.exe\r\nEnabled=0\r\n");
 }
 
 TEST_F(UploadCfg, AnInvalidSectionIsNamedAndNothingIsSent) {
@@ -121,7 +127,7 @@ TEST(ScanCfgTable, TheShippedDefaultsParse) {
     std::u16string canonical;
     std::string where;
     EXPECT_TRUE(scancfg::ParseSection(section, plat::Widen(text), &canonical, &where)) << where;
-    EXPECT_EQ(canonical, plat::Widen(text)) << "the defaults are in canonical form";
+    EXPECT_EQ(canonical, plat::Widen(WithCrLf(text))) << "the defaults are in canonical form";
   }
 }
 
