@@ -21,6 +21,8 @@ struct World {
   std::unique_ptr<st::Store> store;
   std::unique_ptr<sig::Signer> signer;
   std::unique_ptr<st::LogWriter> logs;
+  std::string dataFolder;
+  std::unique_ptr<st::Uploads> uploads;
   std::unique_ptr<cmd::Context> context;
 
   World() {
@@ -37,7 +39,21 @@ struct World {
     std::filesystem::remove_all(folder);  // the keys stay loaded
     logs = std::make_unique<st::LogWriter>(*database);
     logs->Start();
-    context = std::make_unique<cmd::Context>(cmd::Context{*store, *signer, *logs});
+    // Uploads are taken from a server folder that stays empty, into a data
+    // folder of their own: every announcement runs its checks and is refused.
+    std::filesystem::create_directories("/tmp/vgcr-fuzz-server");
+    ::setenv("VGCR_LOCAL_PATH", "/tmp/vgcr-fuzz-server", 1);
+    char data[] = "/tmp/vgcr-fuzz-data-XXXXXX";
+    if (!::mkdtemp(data)) std::abort();
+    dataFolder = data;
+    uploads = st::Uploads::Open(*database, dataFolder, st::UploadQuotas{}, &error);
+    if (!uploads) std::abort();
+    context = std::make_unique<cmd::Context>(cmd::Context{*store, *signer, *logs, uploads.get()});
+  }
+  ~World() {
+    uploads.reset();
+    std::error_code ignored;
+    std::filesystem::remove_all(dataFolder, ignored);
   }
 };
 

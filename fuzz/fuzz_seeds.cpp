@@ -1,6 +1,8 @@
 #include "fuzz_seeds.h"
 
 #include "channel/rec_Logs.h"
+#include "channel/rec_Update.h"
+#include "channel/rec_Upload.h"
 #include "channel/ser_MsgSerializer.h"
 
 namespace {
@@ -105,6 +107,40 @@ std::vector<std::vector<uint8_t>> ServiceSeeds() {
     char release[8] = "14.0.1";
     ser::WriteBlock(m, uid, sizeof uid);
     ser::WriteBlock(m, release, sizeof release);
+    add(0, Wire(m));
+  }
+  // The update report, answered and not, and the certificate a client trusts.
+  for (const uint32_t answer : {0u, 1u}) {
+    tagCln_CgiOnUpdate record;
+    record.answerWanted = answer;
+    record.uid = u"3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+    record.release = u"14.0.1";
+    record.program = u"14.0.1200";
+    record.ptnfile = 1956100;
+    CMsgSerializer m(u"CMDHLV2_CLN_ON_UPDATE");
+    m << record;
+    add(0, Wire(m));
+  }
+  {
+    tagCln_SetCertificate record;
+    record.uid = u"3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+    record.issuer = u"CN=Vigilcrest";
+    record.serial = u"0A1B";
+    CMsgSerializer m(u"CMDHLV2_CLN_SET_CERTIFICATE");
+    m << record;
+    add(0, Wire(m));
+  }
+  // Uploads naming a file in the server folder and one outside it.
+  for (const char16_t* path : {u"/tmp/vgcr-fuzz-server/upl1A2B.tmp", u"/etc/passwd"}) {
+    tagCln_UploadFile record;
+    record.uid = u"3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+    record.fileName = u"logs.zip";
+    record.tempPath = path;
+    record.size = 3;
+    record.md5 = u"900150983CD24FB0D6963F7D28E17F72";
+    record.diskStatus = 1700;
+    CMsgSerializer m(u"CMDHLV2_SET_LOG_COMMON");
+    m << record;
     add(0, Wire(m));
   }
   // Every log record, filled, on its own pipe.

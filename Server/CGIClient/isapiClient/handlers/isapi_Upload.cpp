@@ -56,11 +56,15 @@ class UploadTempFile {
     return stream_->write(data, static_cast<std::streamsize>(size)).good();
   }
   // Closes the file (what the disk did not take shows now) and lets the
-  // service's account read it.
+  // service's account read it. An upload that stalled for long may have
+  // lost its file to the service's sweep of abandoned ones: the name must
+  // still hold all that was written.
   bool Finish() {
     stream_->close();
-    const bool good = !stream_->fail();
+    bool good = !stream_->fail();
     stream_.reset();
+    std::error_code error;
+    good = good && std::filesystem::file_size(std::filesystem::path(path_), error) == size_ && !error;
     if (good) plat::GrantServiceAccess(path_);
     return good;
   }
