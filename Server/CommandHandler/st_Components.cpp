@@ -47,11 +47,13 @@ bool IsZero(const std::vector<std::string_view>& parts) {
   return true;
 }
 
-// The server's value is newer than the client's, by the rules above.
+// The server's value is newer than the client's, by the rules above. A
+// client that reports nothing for a component may not run it: asking it to
+// update would have it fetch, update and report again, for ever.
 bool Newer(std::string_view server, std::string_view client) {
   const auto ours = Parts(server);
-  if (!ours || IsZero(*ours)) return false;
-  const std::optional<int> order = CompareVersions(server, Trimmed(client).empty() ? "0" : client);
+  if (!ours || IsZero(*ours) || Trimmed(client).empty()) return false;
+  const std::optional<int> order = CompareVersions(server, client);
   return order.has_value() && *order > 0;
 }
 
@@ -104,7 +106,8 @@ std::vector<std::string> ComponentsBehind(const ServerComponents& server, const 
   std::vector<std::string> behind;
   // The pattern is one number: a dotted value on the server's side is not
   // one, and is not compared.
-  if (server.pattern.find('.') == std::string::npos && Newer(server.pattern, std::to_string(client.pattern)))
+  if (server.pattern.find('.') == std::string::npos && client.pattern != 0 &&
+      Newer(server.pattern, std::to_string(client.pattern)))
     behind.emplace_back("Pattern");
   if (Newer(server.engine, client.engine)) behind.emplace_back("Engine");
   if (Newer(server.program, client.program)) behind.emplace_back("Program");

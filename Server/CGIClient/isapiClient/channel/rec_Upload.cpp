@@ -19,7 +19,7 @@ bool IsUploadFileName(std::u16string_view name) {
   if (name.find(u"..") != std::u16string_view::npos) return false;
   if (name.back() == u'.' || name.back() == u' ') return false;
   for (const char16_t c : name) {
-    if (c < 0x20 || c == 0x7F || c == u'/' || c == u'\\' || c == u':') return false;
+    if (c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == u'/' || c == u'\\' || c == u':') return false;
   }
   return true;
 }

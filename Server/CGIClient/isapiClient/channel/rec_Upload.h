@@ -31,7 +31,8 @@ inline constexpr char16_t kTempPrefix[] = u"upl";
 inline constexpr std::size_t kMaxFileNameChars = 200;
 
 // A name a client may give its file: 1 to 200 characters, none of them a
-// path separator ('/', '\', ':'), a NUL or another control character, no
+// path separator ('/', '\', ':'), a NUL or another control character (C0,
+// DEL, C1), no
 // "..", and not ending with a dot or a blank. The name is kept as a label:
 // nothing is ever opened by it.
 bool IsUploadFileName(std::u16string_view name);

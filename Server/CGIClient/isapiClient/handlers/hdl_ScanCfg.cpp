@@ -140,8 +140,9 @@ const Section kSections[kSectionCount] = {
 bool ParseSection(const Section& section, std::u16string_view text, std::u16string* canonical,
                   std::string* where) {
   *where = section.formKey;
+  if (text.size() > kMaxSectionChars) return false;
   const std::vector<std::u16string_view> lines = Lines(text);
-  if (text.size() > kMaxSectionChars || lines.empty() || lines[0] != section.header) return false;
+  if (lines.empty() || lines[0] != section.header) return false;
   std::vector<bool> seen(section.keyCount, false);
   std::u16string out = std::u16string(section.header) + u"\r\n";
   for (std::size_t i = 1; i < lines.size(); ++i) {

@@ -1,5 +1,7 @@
 #include "isapi_OnUpdate.h"
 
+#include <tuple>
+
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/ocl_Command.h"
 #include "channel/rec_Coding.h"
@@ -42,12 +44,21 @@ uint32_t ReadPattern(const RequestParams& params, const char* key) {
   return static_cast<uint32_t>(value);
 }
 
-// Types 1 and 2: the record, or false when `updresult` is missing.
+// A result code: an optional sign and decimal digits. Anything else would
+// read as 0, which says "succeeded".
+bool IsResultCode(const std::string* text) {
+  if (text == nullptr) return false;
+  const std::size_t first = !text->empty() && (text->front() == '-' || text->front() == '+') ? 1 : 0;
+  return text->size() > first && text->find_first_not_of("0123456789", first) == std::string::npos;
+}
+
+// Types 1 and 2: the record, or false when `updresult` is missing or no number.
 bool ReadUpdateReport(const RequestParams& params, const ClientIdentity& identity, tagCln_CgiOnUpdate* record) {
-  if (!ReadNumber(params, "updresult", &record->result)) {
-    VGCR_TRACE(69, u"[ProcessOnUpdate] Missing parameter [%s]", u"updresult");
+  if (!IsResultCode(params.Lookup("updresult"))) {
+    VGCR_TRACE(69, u"%s - [%s] missed", u"ReadNumber", u"updresult");
     return false;
   }
+  ReadNumber(params, "updresult", &record->result);
   record->uid = identity.uid;
   record->release = identity.release;
   record->date = ReadText(params, "date", 8);
@@ -93,9 +104,12 @@ int32_t ReportUpdate(const RequestParams& params, const ClientIdentity& identity
 int32_t ReportCertificate(const RequestParams& params, const ClientIdentity& identity, int32_t* reply) {
   tagCln_SetCertificate record;
   record.uid = identity.uid;
-  if (!params.GetString("CLN_SA_ISR", &record.issuer, 1024) || !params.GetString("CLN_SA_SN", &record.serial, 40)) {
-    VGCR_TRACE(69, u"[ProcessOnUpdate] Missing parameter [%s]", u"CLN_SA_ISR/CLN_SA_SN");
-    return kResultMissingField;
+  for (const auto& [key, value, limit] : {std::tuple{"CLN_SA_ISR", &record.issuer, 1024u},
+                                          std::tuple{"CLN_SA_SN", &record.serial, 40u}}) {
+    if (!params.GetString(key, value, limit) || value->empty()) {
+      VGCR_TRACE(69, u"%s - [%s] missed", u"GetString", key);
+      return kResultMissingField;
+    }
   }
   VGCR_TRACE(73, u"[ProcessOnUpdate] Certificate issuer = %s, serial = %s", record.issuer, record.serial);
   tagCln_SetCertificateAnswer answer;

@@ -60,9 +60,8 @@ int32_t ProcessOnUploadCfg(const RequestParams& params, CHttpResponse& response)
   std::string where;
   if (result == kResultHandled && !ParseUploadedSections(params, &parsed, &where)) {
     VGCR_TRACE(69, u"[ProcessOnUploadCfg] Invalid setting [%s]", where.c_str());
-    result = WriteRefusal(params, response, where) ? kResultHandled : kResultBackOff;
-    VGCR_TRACE(8, u"[ProcessOnUploadCfg] Leave");
-    return result;
+    VGCR_TRACE(69, u"[ProcessOnUploadCfg] Leave due error(%d)", kResultInvalidSetting);
+    return WriteRefusal(params, response, where) ? kResultHandled : kResultBackOff;
   }
   if (result == kResultHandled && parsed.empty()) result = kResultMissingField;
   if (result == kResultHandled) result = SendSections(identity.uid, parsed);

@@ -1,5 +1,7 @@
 #include "isapi_Upload.h"
 
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -7,6 +9,7 @@
 #include "channel/rec_Upload.h"
 #include "hdl_Common.h"
 #include "hdl_Identity.h"
+#include "host/fw_ThreadPool.h"
 #include "host/rsp_Reply.h"
 #include "platform/errors.h"
 #include "platform/machine_config.h"
@@ -65,7 +68,7 @@ class UploadTempFile {
     stream_.reset();
     std::error_code error;
     good = good && std::filesystem::file_size(std::filesystem::path(path_), error) == size_ && !error;
-    if (good) plat::GrantServiceAccess(path_);
+    if (good) plat::GrantServiceReadAccess(path_);
     return good;
   }
   std::string HexDigest() {
@@ -101,9 +104,8 @@ int32_t CIsapiUploadProcessor::CheckFilePart(CMultipartReader** reader, std::u16
   }
   std::unique_ptr<char16_t[]> name = UTFConverter::decodeUTF((*reader)->FileName().c_str());
   if (name) fileName->assign(name.get());
-  // A NUL inside the name ends the decoded text early: the length tells.
-  if (!name || fileName->size() > (*reader)->FileName().size() ||
-      (*reader)->FileName().find('\0') != std::string::npos || !upload::IsUploadFileName(*fileName)) {
+  // The decoder stops at a NUL: one inside the name must be seen here.
+  if (!name || (*reader)->FileName().find('\0') != std::string::npos || !upload::IsUploadFileName(*fileName)) {
     VGCR_TRACE(69, u"%s - The file name is refused.", ProcessName());
     return kResultBadFileName;
   }
@@ -143,9 +145,38 @@ int32_t CIsapiUploadProcessor::Receive(CMultipartReader& reader, UploadTempFile&
   return kResultHandled;
 }
 
+unsigned CIsapiUploadProcessor::MaxConcurrentUploads() {
+  static const unsigned limit = std::max(1u, CThreadPool::DefaultWorkerCount() / 2);
+  return limit;
+}
+
+// Counts the uploads in progress for as long as it lives; admitted only
+// while they leave half the pool's workers for every other request.
+class UploadSlot {
+ public:
+  UploadSlot() : admitted_(inFlight_.fetch_add(1) < CIsapiUploadProcessor::MaxConcurrentUploads()) {}
+  ~UploadSlot() { inFlight_.fetch_sub(1); }
+  UploadSlot(const UploadSlot&) = delete;
+  UploadSlot& operator=(const UploadSlot&) = delete;
+  bool admitted() const { return admitted_; }
+
+ private:
+  static inline std::atomic<unsigned> inFlight_{0};
+  const bool admitted_;
+};
+
 int32_t CIsapiUploadProcessor::Process(const std::u16string& uid, const std::u16string& release) {
   VGCR_TRACE(68, u"%s - >>>", ProcessName());
   int32_t result = kResultHandled;
+  // An upload holds its worker while the file trickles in: a crowd of slow
+  // ones must not take every worker.
+  const UploadSlot slot;
+  if (!slot.admitted()) {
+    VGCR_TRACE(69, u"%s - %u uploads in progress already; the client is asked to come back.", ProcessName(),
+               MaxConcurrentUploads());
+    VGCR_TRACE(68, u"%s - <<<", ProcessName());
+    return kResultBackOff;
+  }
   const bool diskTight = diskStatus_ == plat::kDiskWarning;
   if (diskStatus_ != plat::kDiskNormal && !diskTight) {
     VGCR_TRACE(69, u"%s - Disk threshold status:[%u]; the upload is refused.", ProcessName(), diskStatus_);

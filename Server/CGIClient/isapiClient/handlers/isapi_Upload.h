@@ -28,6 +28,8 @@ class CIsapiUploadProcessor {
   // The largest file taken: the machine's setting, else 30,000,000 bytes.
   static uint32_t UploadLimit();
   static constexpr uint32_t kDefaultUploadLimit = 30000000;
+  // Uploads received at once: half the pool's workers; beyond, -49 (503).
+  static unsigned MaxConcurrentUploads();
 
   CIsapiUploadProcessor(const RequestParams& params, CHttpResponse& response, CHttpRequest& request,
                         uint32_t diskThresholdStatus)

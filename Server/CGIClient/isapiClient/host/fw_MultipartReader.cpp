@@ -172,13 +172,15 @@ bool CMultipartReader::ReadPartHeaders() {
 
 CMultipartReader::Fields CMultipartReader::ReadFields(RequestParams& params, std::size_t limit) {
   // The limit counts what the fields take, not what a read brought in
-  // beyond them (the file's first bytes, typically).
+  // beyond them (the file's first bytes, typically), nor the CR LF the
+  // window began with.
   const uint64_t begin = consumed_;
+  const uint64_t allowed = limit + (consumed_ == 0 ? 2 : 0);
   bool first = true;
   for (;;) {
     std::size_t found = Find(delimiter_, start_);
     while (found == std::string_view::npos) {
-      if (consumed_ - begin + (window_.size() - start_) > limit) return Fields::kTooLarge;
+      if (consumed_ - begin + (window_.size() - start_) > allowed) return Fields::kTooLarge;
       if (!Fill()) return first ? Fields::kMalformed : Fields::kNoFilePart;
       found = Find(delimiter_, start_);
     }
@@ -186,7 +188,7 @@ CMultipartReader::Fields CMultipartReader::ReadFields(RequestParams& params, std
     if (!first && !partName_.empty()) params.Set(partName_, window_.substr(start_, found - start_));
     Consume(found + delimiter_.size() - start_);
     first = false;
-    if (consumed_ - begin > limit) return Fields::kTooLarge;
+    if (consumed_ - begin > allowed) return Fields::kTooLarge;
     switch (AfterDelimiter()) {
       case Next::kClose: return Fields::kNoFilePart;
       case Next::kShort: return Fields::kNoFilePart;
@@ -210,6 +212,15 @@ CMultipartReader::Chunk CMultipartReader::ReadFileData(char* into, std::size_t r
     const std::size_t found = Find(delimiter_, start_);
     std::size_t ready = 0;
     if (found == start_) {
+      // Only the close ("--") or another part (blanks, CR LF) may follow; a
+      // body that stops here was cut, not finished.
+      while (window_.size() - start_ < delimiter_.size() + 2) {
+        if (!Fill()) return Chunk::kShort;
+      }
+      const char* after = window_.data() + start_ + delimiter_.size();
+      if (!(after[0] == '-' && after[1] == '-') && !(after[0] == '\r' && after[1] == '\n') && !IsBlank(after[0])) {
+        return Chunk::kShort;
+      }
       Consume(delimiter_.size());
       inFile_ = false;
       return Chunk::kEnd;

@@ -77,7 +77,9 @@ void ReadBodyParameters(CHttpRequest& request) {
 
 // POST multipart/form-data: the fields before the file part are the
 // parameters; the file part is left in the body for the upload handler.
-void ReadMultipartParameters(CHttpRequest& request, const std::string& boundary) {
+// Fields over the form size are refused as any form over it is (false);
+// a malformed body is read as far as it is well formed, as a short one is.
+bool ReadMultipartParameters(CHttpRequest& request, const std::string& boundary) {
   const CMultipartReader::Fields fields = request.ReadMultipartFields(boundary);
   if (fields == CMultipartReader::Fields::kMalformed || fields == CMultipartReader::Fields::kTooLarge) {
     VGCR_TRACE(69, u"%s - The multipart body is %s.", kDispatch,
@@ -85,6 +87,7 @@ void ReadMultipartParameters(CHttpRequest& request, const std::string& boundary)
   }
   VGCR_TRACE(68, u"[CisapiClientExtension::DispatchStencilCall] Size: %d",
              static_cast<uint32_t>(request.MultipartBytesRead()));
+  return fields != CMultipartReader::Fields::kTooLarge;
 }
 
 // Writes the signed code reply; 503 when it cannot be signed.
@@ -143,13 +146,16 @@ void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
         VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] HttpMethod: %d", method);
         if (method == 0) ReadQueryParameters(request);
         std::string boundary;
+        bool readable = true;
         if (method == 1 && CMultipartReader::BoundaryOf(request.ContentType(), &boundary)) {
-          ReadMultipartParameters(request, boundary);
+          readable = ReadMultipartParameters(request, boundary);
         } else if (method == 1) {
           ReadBodyParameters(request);
         }
-        const int32_t result = Route(request, response);
-        if (result == kResultBackOff) {
+        const int32_t result = readable ? Route(request, response) : kResultHandled;
+        if (!readable) {
+          response.CompleteWithError(500);
+        } else if (result == kResultBackOff) {
           response.CompleteWithError(503);
         } else if (result != kResultHandled) {
           VGCR_TRACE(69, u"<== [CisapiClientExtension::DispatchStencilCall] Leave with error(%d)", result);

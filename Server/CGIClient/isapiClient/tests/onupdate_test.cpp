@@ -85,16 +85,28 @@ TEST_F(UpdateReport, AnsweredReportAndCertificateReplies) {
       EXPECT_EQ(refresh->pipe, u"VgcServerNamePipe");
       EXPECT_EQ(peer::AsWString(refresh->message.fields.at(0)), u"0A1B");
     }
-    if (certificate && !received.empty() && received[0].Command() == u"CMDHLV2_CLN_SET_CERTIFICATE") {
-      const auto& f = received[0].message.fields;
+    ASSERT_FALSE(received.empty()) << c.type << " " << c.reply;
+    const auto& f = received[0].message.fields;
+    if (certificate) {
       ASSERT_EQ(f.size(), 3u);
       EXPECT_EQ(peer::AsWString(f[1]), u"CN=Vigilcrest Signing");
       EXPECT_EQ(peer::AsWString(f[2]), u"0A1B");
-    }
-    if (!certificate && !received.empty()) {
-      EXPECT_EQ(peer::AsU32(received[0].message.fields.at(0)), 1u) << "round trip: answer wanted";
+    } else {
+      EXPECT_EQ(peer::AsU32(f.at(0)), 1u) << "round trip: answer wanted";
     }
   }
+}
+
+TEST_F(UpdateReport, OnlyADeliveredSuccessResetsTheCriticalUpdate) {
+  peer_.Script(u"CMDHLV2_CLN_ON_UPDATE", UpdateAnswer(1, 0));
+  EXPECT_EQ(Get(Query("2", "&updresult=%2B0")).body, "1");
+  EXPECT_NE(Find(peer_.WaitFor(2), u"CMDHLV2_CLN_REMOVE_CONFIG_REC"), nullptr);
+  peer_.Clear();
+  peer_.Script(u"CMDHLV2_CLN_ON_UPDATE", UpdateAnswer(0, 0));
+  EXPECT_EQ(Get(Query("2", "&updresult=0")).body, "-39");
+  EXPECT_EQ(Find(peer_.WaitFor(2, 300), u"CMDHLV2_CLN_REMOVE_CONFIG_REC"), nullptr);
+  peer_.Stop();
+  EXPECT_EQ(Get(Query("1", "&updresult=0")).body, "-5");
 }
 
 TEST_F(UpdateReport, Refusals) {
@@ -109,6 +121,9 @@ TEST_F(UpdateReport, Refusals) {
       {"requestid=102&functiontype=1", "-7"},  // a later failure replaces an earlier one
       {Query("4", "&updresult=0"), "-3"},
       {Query("1"), "-40"},
+      {Query("1", "&updresult=abc"), "-40"},  // would read as 0: success
+      {Query("1", "&updresult="), "-40"},
+      {Query("3", "&CLN_SA_ISR=x&CLN_SA_SN="), "-40"},
       {Query("3", "&CLN_SA_SN=0A1B"), "-40"},
       {Query("3", "&CLN_SA_ISR=x&CLN_SA_SN=" + std::string(41, '1')), "-40"},
   };

@@ -1,13 +1,20 @@
 // The file upload (501): a multipart body whose file part streams into a
 // temporary file in the server folder, announced to the service; and every
 // way it can be refused, none of which leaves a file behind.
+#include <algorithm>
+#include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <mutex>
+#include <optional>
+#include <thread>
 
 #include "guard_record.h"
 #include "handler_fixture.h"
 #include "host/ext_Extension.h"
+#include "handlers/isapi_Upload.h"
 #include "host/grd_Guards.h"
 #include "platform/process.h"
 #include "server_folder.h"
@@ -20,14 +27,14 @@ constexpr char kBoundary[] = "b7f3-upload";
 struct Part {
   std::string name;
   std::string value;
-  const char* fileName = nullptr;  // a file part when set
+  std::optional<std::string> fileName = std::nullopt;  // a file part when set
 };
 
 std::string Multipart(const std::vector<Part>& parts, bool close = true) {
   std::string body = "preamble nobody reads\r\n";
   for (const Part& part : parts) {
     body += std::string("--") + kBoundary + "\r\nContent-Disposition: form-data; name=\"" + part.name + "\"";
-    if (part.fileName) body += std::string("; filename=\"") + part.fileName + "\"\r\nContent-Type: application/zip";
+    if (part.fileName) body += "; filename=\"" + *part.fileName + "\"\r\nContent-Type: application/zip";
     body += "\r\n\r\n" + part.value + "\r\n";
   }
   if (close) body += std::string("--") + kBoundary + "--\r\n";
@@ -38,7 +45,7 @@ std::vector<Part> Identity(const std::string& type = "1") {
   return {{"requestid", "501"}, {"functiontype", type}, {"uid", kUid}, {"release", "14.0"}};
 }
 
-std::vector<Part> WithFile(std::vector<Part> parts, const std::string& content, const char* name = "logs.zip") {
+std::vector<Part> WithFile(std::vector<Part> parts, const std::string& content, const std::string& name = "logs.zip") {
   parts.push_back({"BinaryDataBlock", content, name});
   return parts;
 }
@@ -105,6 +112,89 @@ TEST_F(Upload, TheFileLandsWholeInTheServerFolderAndIsAnnounced) {
   }
 }
 
+// The body in pieces of every size around the delimiter's, so that the
+// delimiter falls across reads at each of its bytes; and of unknown length.
+TEST_F(Upload, TheDelimiterIsFoundWhereverTheReadsCutIt) {
+  const std::string content = TrickyContent(5000);
+  const std::string body = Multipart(WithFile(Identity(), content));
+  const std::size_t delimiter = std::string("\r\n--").size() + std::string(kBoundary).size();
+  for (std::size_t piece = 1; piece <= delimiter + 2; ++piece) {
+    for (const bool unknownLength : {false, true}) {
+      peer_.Clear();
+      isapi::Request request = InProcessHost::Post("");
+      request.contentType = std::string("multipart/form-data; boundary=") + kBoundary;
+      request.announcedLength = unknownLength ? 0xFFFFFFFFu : body.size();
+      auto at = std::make_shared<std::size_t>(0);
+      request.readMore = [&body, piece, at](void* buffer, uint32_t* size) {
+        const std::size_t n = std::min({piece, static_cast<std::size_t>(*size), body.size() - *at});
+        std::memcpy(buffer, body.data() + *at, n);
+        *at += n;
+        *size = static_cast<uint32_t>(n);
+        return true;
+      };
+      EXPECT_EQ(host_.Send(std::move(request)).body, "1") << piece << (unknownLength ? " unknown length" : "");
+      const auto fields = OnlyMessage(u"CMDHLV2_SET_LOG_COMMON");
+      ASSERT_EQ(fields.size(), 7u);
+      const std::u16string path = peer::AsWString(fields[3]);
+      EXPECT_TRUE(FileContent(path) == content) << piece;
+      std::filesystem::remove(std::filesystem::path(path));
+    }
+  }
+}
+
+// Uploads past half the workers are asked to come back (503), so that slow
+// ones cannot take every worker from the other requests.
+TEST_F(Upload, SlowUploadsLeaveWorkersForEveryoneElse) {
+  const std::string body = Multipart(WithFile(Identity(), "content"));
+  const std::string head = body.substr(0, body.find("content"));
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::size_t waiting = 0;
+  bool release = false;
+  const unsigned slow = CIsapiUploadProcessor::MaxConcurrentUploads();
+  std::vector<std::thread> clients;
+  std::vector<std::string> answers(slow);
+  for (unsigned i = 0; i < slow; ++i) {
+    clients.emplace_back([&, i] {
+      isapi::Request request = InProcessHost::Post(head);
+      request.contentType = std::string("multipart/form-data; boundary=") + kBoundary;
+      request.announcedLength = body.size();
+      auto sent = std::make_shared<bool>(false);
+      request.readMore = [&, sent](void* buffer, uint32_t* size) {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (!*sent) {
+          ++waiting;
+          changed.notify_all();
+          changed.wait(lock, [&] { return release; });
+        }
+        const std::string rest = *sent ? "" : body.substr(head.size());
+        *sent = true;
+        *size = static_cast<uint32_t>(std::min<std::size_t>(*size, rest.size()));
+        std::memcpy(buffer, rest.data(), *size);
+        return true;
+      };
+      answers[i] = host_.Send(std::move(request)).body;
+    });
+  }
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait_for(lock, std::chrono::seconds(30), [&] { return waiting == slow; });
+  }
+  EXPECT_EQ(waiting, slow);
+  EXPECT_EQ(Send(body).status, 503) << "one more upload than half the workers";
+  EXPECT_EQ(Get("requestid=206").body, "-2") << "every other request is served";
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    release = true;
+  }
+  changed.notify_all();
+  for (std::thread& t : clients) t.join();
+  for (const std::string& answer : answers) EXPECT_EQ(answer, "1");
+  for (const peer::Received& r : peer_.WaitFor(slow)) {
+    std::filesystem::remove(std::filesystem::path(peer::AsWString(r.message.fields.at(3))));
+  }
+}
+
 TEST_F(Upload, KindsAndEmptyFiles) {
   EXPECT_EQ(Send(Multipart(WithFile(Identity("2"), ""))).body, "1");
   const auto fields = OnlyMessage(u"CMDHLV2_DLP_FORENSIC_DATA_UPLOAD");
@@ -131,16 +221,22 @@ TEST_F(Upload, RefusalsLeaveNoFileBehind) {
       {"no file part", Multipart(Identity()), "-40"},
       {"fields never closed", Multipart(Identity(), false), "-40"},
       {"a separator", Multipart(WithFile(Identity(), "x", "logs/a.zip")), "-44"},
-      {"a backslash", Multipart(WithFile(Identity(), "x", "..\\\\boot.ini")), "-44"},
+      {"a backslash", Multipart(WithFile(Identity(), "x", "a\\\\b.zip")), "-44"},
       {"a drive", Multipart(WithFile(Identity(), "x", "C:a.zip")), "-44"},
-      {"dot dot", Multipart(WithFile(Identity(), "x", "..")), "-44"},
+      {"dot dot inside", Multipart(WithFile(Identity(), "x", "a..b.zip")), "-44"},
       {"trailing dot", Multipart(WithFile(Identity(), "x", "a.")), "-44"},
+      {"trailing blank", Multipart(WithFile(Identity(), "x", "a.zip ")), "-44"},
       {"empty name", Multipart(WithFile(Identity(), "x", "")), "-44"},
+      {"a NUL", Multipart(WithFile(Identity(), "x", std::string("a\0b.zip", 7))), "-44"},
       {"a control character", Multipart(WithFile(Identity(), "x", "a\tb")), "-44"},
-      {"201 characters", Multipart(WithFile(Identity(), "x", std::string(201, 'n').c_str())), "-44"},
+      {"a C1 control character", Multipart(WithFile(Identity(), "x", "a\xC2\x85" "b")), "-44"},
+      {"201 characters", Multipart(WithFile(Identity(), "x", std::string(201, 'n'))), "-44"},
+      {"300 characters", Multipart(WithFile(Identity(), "x", std::string(300, 'n'))), "-44"},
       {"not UTF-8", Multipart(WithFile(Identity(), "x", "\xff\xfe.zip")), "-44"},
       {"over the limit", Multipart(WithFile(Identity(), std::string(1001, 'x'))), "-42"},
       {"the body ends inside the file", body.substr(0, body.size() - 30), "-45", body.size()},
+      {"the body ends at the file's delimiter", body.substr(0, body.find("\r\n--b7f3-upload--") + 15), "-45",
+       body.find("\r\n--b7f3-upload--") + 15},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(Send(c.body, 49152, c.announced).body, c.reply) << c.label;

@@ -2,6 +2,7 @@
 // row of keys and types, and only valid sections reach the setters.
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "handler_fixture.h"
 #include "handlers/hdl_ScanCfg.h"
@@ -37,37 +38,36 @@ class UploadCfg : public Handlers {
     return host_.Send(InProcessHost::Post("requestid=111&functiontype=" + type + "&uid=" + kUid +
                                           "&release=14.0" + sections));
   }
-  // The version-1 setters received, in order: command and text.
-  std::vector<std::pair<std::u16string, std::u16string>> Setters(std::size_t expected) {
-    std::vector<std::pair<std::u16string, std::u16string>> setters;
+  // The version-1 setters received (each on its own connection, so in no
+  // particular order): command to text.
+  std::map<std::u16string, std::u16string> Setters(std::size_t expected) {
+    std::map<std::u16string, std::u16string> setters;
     for (const peer::Received& r : peer_.WaitFor(expected + 1, expected ? 5000 : 300)) {
       if (r.version2) continue;  // the existence check
       EXPECT_EQ(r.text.size(), 3u);
-      if (r.text.size() == 3) setters.emplace_back(r.text[0], r.text[2]);
+      if (r.text.size() == 3) setters[r.text[0]] = r.text[2];
     }
     return setters;
   }
 };
 
-TEST_F(UploadCfg, ValidSectionsReachTheirSettersInTableOrderInCanonicalForm) {
+TEST_F(UploadCfg, ValidSectionsReachTheirSettersInCanonicalForm) {
   const std::string realTime =
       "[RealTime_Scan]\r\nEnabled=1\r\n\r\nScanOn=Read,Write\r\nCompressedLayer=20\r\nFirstAction=Quarantine\r\n";
   const std::string spyware = "[Spyware_Manual_Scan]\nAction=Deny\nApprovedList=C:\\Tools\\a.exe; b.exe\nEnabled=0";
   const std::string scheduled = "[Scheduled_Scan]\nFrequency=Monthly\nDay=Friday\nTime=23:59\nCpuUsage=3\n";
-  // Sent out of table order, the keys in mixed case: the table decides the order.
+  // Form keys in any case; LF or CR LF, blank lines, no last line end.
   EXPECT_EQ(Upload("&spy_ms_cfg=" + Encode(spyware) + "&PS_CFG=" + Encode(scheduled) + "&RT_CFG=" + Encode(realTime))
                 .body,
             "1");
-  const auto setters = Setters(3);
-  ASSERT_EQ(setters.size(), 3u);
-  EXPECT_EQ(setters[0].first, u"CMDHL_SET_RT_CFG");
-  EXPECT_EQ(setters[0].second,
-            u"[RealTime_Scan]\r\nEnabled=1\r\nScanOn=Read,Write\r\nCompressedLayer=20\r\nFirstAction=Quarantine\r\n");
-  EXPECT_EQ(setters[1].first, u"CMDHL_SET_PS_CFG");
-  EXPECT_EQ(setters[1].second, plat::Widen(WithCrLf(scheduled)));
-  EXPECT_EQ(setters[2].first, u"CMDHL_SET_SPY_MS_CFG");
-  EXPECT_EQ(setters[2].second,
-            u"[Spyware_Manual_Scan]\r\nAction=Deny\r\nApprovedList=C:\\Tools\\a.exe; b.exe\r\nEnabled=0\r\n");
+  const std::map<std::u16string, std::u16string> expected = {
+      {u"CMDHL_SET_RT_CFG",
+       u"[RealTime_Scan]\r\nEnabled=1\r\nScanOn=Read,Write\r\nCompressedLayer=20\r\nFirstAction=Quarantine\r\n"},
+      {u"CMDHL_SET_PS_CFG", plat::Widen(WithCrLf(scheduled))},
+      {u"CMDHL_SET_SPY_MS_CFG",
+       u"[Spyware_Manual_Scan]\r\nAction=Deny\r\nApprovedList=C:\\Tools\\a.exe; b.exe\r\nEnabled=0\r\n"},
+  };
+  EXPECT_EQ(Setters(3), expected);
 }
 
 TEST_F(UploadCfg, AnInvalidSectionIsNamedAndNothingIsSent) {

@@ -33,6 +33,8 @@ void GrantServiceAccess(const std::u16string& fullName) {
   ::chmod(ToUtf8(fullName).c_str(), 0640);
 }
 
+void GrantServiceReadAccess(const std::u16string& fullName) { GrantServiceAccess(fullName); }
+
 bool DeleteFileAt(const std::u16string& fullName) {
   if (::unlink(ToUtf8(fullName).c_str()) != 0) {
     SetLastError(ErrorFromErrno(errno));

@@ -47,6 +47,8 @@ void GrantServiceAccess(const std::u16string& fullName) {
   }
 }
 
+void GrantServiceReadAccess(const std::u16string&) {}
+
 bool DeleteFileAt(const std::u16string& fullName) {
   return ::DeleteFileW(W(fullName.c_str())) != FALSE;
 }

@@ -21,6 +21,13 @@ bool CreateTempFile(const std::u16string& folder, const char16_t* prefix,
 // Failures are silent, as the caller cannot do anything about them.
 void GrantServiceAccess(const std::u16string& fullName);
 
+// Lets the service's account read a file that is to be handed to it, and
+// nobody else what the folder does not already allow. POSIX: mode 0640, as
+// for spill files. Windows: nothing is added: the file keeps the access it
+// inherits from the server folder (where the server's setup grants the
+// service), so that an upload is never opened to Everyone.
+void GrantServiceReadAccess(const std::u16string& fullName);
+
 bool DeleteFileAt(const std::u16string& fullName);
 
 // A spill file opened for reading. The file is named by a message from
