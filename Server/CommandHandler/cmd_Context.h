@@ -5,6 +5,7 @@
 #include "st_LogWriter.h"
 #include "st_Store.h"
 #include "st_Uploads.h"
+#include "st_Vdi.h"
 
 namespace cmd {
 
@@ -15,6 +16,8 @@ struct Context {
   // Null where uploads are not taken (a process that only reads commands):
   // their announcements are then dropped and no file is touched.
   st::Uploads* uploads = nullptr;
+  // Null where VDI requests are not coordinated: they are answered empty.
+  st::VdiCoordinator* vdi = nullptr;
 };
 
 }  // namespace cmd

@@ -8,6 +8,7 @@
 #include "channel/rec_Upload.h"
 #include "channel/util_ipc_msg_buffer.h"
 #include "cmd_Logs.h"
+#include "cmd_Vdi.h"
 #include "cmd_Text.h"
 #include "platform/text.h"
 #include "st_Components.h"
@@ -305,7 +306,8 @@ const Command2* FindCommand2(std::u16string_view name) {
   for (const Command2& command : kCommands) {
     if (name == command.name) return &command;
   }
-  return FindLogCommand(name);
+  if (const Command2* log = FindLogCommand(name)) return log;
+  return FindVdiCommand(name);
 }
 
 }  // namespace cmd

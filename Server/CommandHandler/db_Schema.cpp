@@ -153,6 +153,26 @@ CREATE TABLE IF NOT EXISTS uploads (
   stored_name TEXT NOT NULL UNIQUE
 );
 CREATE INDEX IF NOT EXISTS uploads_uid ON uploads (uid);
+-- VDI tasks: a desktop's request to run a task in its pool, queued until a
+-- slot is free, running, then done; or dead (it stopped reporting) or gone
+-- (it stopped asking while queued). Times in milliseconds since 1970:
+-- datetime(started_ms / 1000, 'unixepoch') reads one.
+CREATE TABLE IF NOT EXISTS vdi_tasks (
+  id INTEGER PRIMARY KEY,
+  uid TEXT NOT NULL COLLATE NOCASE,
+  pool TEXT NOT NULL,
+  task_kind TEXT NOT NULL,
+  task_id TEXT NOT NULL,
+  state TEXT NOT NULL,
+  asked_ms INTEGER NOT NULL,
+  started_ms INTEGER,
+  last_report_ms INTEGER NOT NULL,
+  finished_ms INTEGER,
+  progress INTEGER NOT NULL DEFAULT 0,
+  result INTEGER
+);
+CREATE INDEX IF NOT EXISTS vdi_tasks_pool_state ON vdi_tasks (pool, state, id);
+CREATE INDEX IF NOT EXISTS vdi_tasks_desktop ON vdi_tasks (uid, pool, task_id);
 
 -- The polling state follows the tables it summarises, whoever writes them
 -- (the service, or a person with the shell).

@@ -14,6 +14,7 @@ const char* Usage() {
   return "usage: vgcr-cmdhandler [--data DIR] [--defaults DIR] [--instances N] [--quiet]\n"
          "                       [--log-max-age DAYS] [--log-max-rows N] [--retention-interval SECONDS]\n"
          "                       [--upload-client-quota MIB] [--upload-total-quota MIB]\n"
+         "                       [--vdi-slots N] [--vdi-task-timeout SECONDS] [--vdi-retry SECONDS]\n"
          "       vgcr-cmdhandler --print-identity [--data DIR]\n"
          "       vgcr-cmdhandler [--data DIR] COMMAND ARGUMENTS...\n"
          "\n"
@@ -36,6 +37,13 @@ const char* Usage() {
          "                                0 to 1048576; 0: no limit (default 256)\n"
          "  --upload-total-quota MIB      what all uploads may take, 0 to 1048576; 0: no\n"
          "                                limit (default 4096)\n"
+         "  --vdi-slots N                 VDI tasks that run at once in one pool, 1 to 10000\n"
+         "                                (default 5)\n"
+         "  --vdi-task-timeout SECONDS    a running VDI task silent this long is dead and its\n"
+         "                                slot free; a queued desktop that stops asking for\n"
+         "                                this long leaves the queue; 1 to 86400 (default 600)\n"
+         "  --vdi-retry SECONDS           what a waiting desktop is told to wait, 1 to 3600\n"
+         "                                (default 30)\n"
          "  --print-identity              print the signing certificate's SA_ISR and SA_SN\n"
          "                                query values and exit\n"
          "\n"
@@ -91,6 +99,12 @@ constexpr NumberOption kNumberOptions[] = {
      [](Options* o, int64_t n) { o->uploadClientQuotaMiB = static_cast<uint32_t>(n); }},
     {"--upload-total-quota", 0, 1 << 20, "a number of MiB from 0 (no limit) to 1048576",
      [](Options* o, int64_t n) { o->uploadTotalQuotaMiB = static_cast<uint32_t>(n); }},
+    {"--vdi-slots", 1, 10000, "a number from 1 to 10000",
+     [](Options* o, int64_t n) { o->vdiSlots = static_cast<uint32_t>(n); }},
+    {"--vdi-task-timeout", 1, 86400, "a number of seconds from 1 to 86400",
+     [](Options* o, int64_t n) { o->vdiTaskTimeoutSeconds = static_cast<uint32_t>(n); }},
+    {"--vdi-retry", 1, 3600, "a number of seconds from 1 to 3600",
+     [](Options* o, int64_t n) { o->vdiRetrySeconds = static_cast<uint32_t>(n); }},
 };
 
 const NumberOption* FindNumberOption(const char* arg) {

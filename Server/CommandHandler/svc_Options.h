@@ -17,6 +17,9 @@ struct Options {
   uint32_t retentionIntervalSeconds = 60;  // between two retention passes
   uint32_t uploadClientQuotaMiB = 256;     // what one client's uploads may take; 0: no limit
   uint32_t uploadTotalQuotaMiB = 4096;     // what all uploads may take; 0: no limit
+  uint32_t vdiSlots = 5;                   // VDI tasks running at once per pool
+  uint32_t vdiTaskTimeoutSeconds = 600;    // a silent running task dies; a silent queued desktop goes
+  uint32_t vdiRetrySeconds = 30;           // what a waiting desktop is told
   bool printIdentity = false;              // print SA_ISR and SA_SN, then exit
   bool help = false;
   // An operator command and its arguments (svc_Admin), when one is given.

@@ -47,7 +47,11 @@ bool Service::Start(const Options& options, std::string* error) {
   if (!uploads_) return false;
   logs_ = std::make_unique<st::LogWriter>(*database_);
   logs_->Start();
-  context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_, uploads_.get()});
+  vdi_ = std::make_unique<st::VdiCoordinator>(
+      *database_, st::VdiLimits{options.vdiSlots, std::chrono::seconds(options.vdiTaskTimeoutSeconds),
+                                std::chrono::seconds(options.vdiRetrySeconds)});
+  context_ =
+      std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_, uploads_.get(), vdi_.get()});
   Note("database " + path + ", " + std::to_string(sections.size()) + " default sections, signing certificate " +
        signer_->Serial());
 

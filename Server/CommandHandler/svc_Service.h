@@ -38,6 +38,7 @@ class Service {
   std::unique_ptr<sig::Signer> signer_;
   std::unique_ptr<st::LogWriter> logs_;
   std::unique_ptr<st::Uploads> uploads_;
+  std::unique_ptr<st::VdiCoordinator> vdi_;
   std::unique_ptr<st::Periodic> retention_;
   std::unique_ptr<st::Periodic> uploadSweep_;
   std::unique_ptr<cmd::Context> context_;
