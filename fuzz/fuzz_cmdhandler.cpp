@@ -23,6 +23,7 @@ struct World {
   std::unique_ptr<st::LogWriter> logs;
   std::string dataFolder;
   std::unique_ptr<st::Uploads> uploads;
+  std::unique_ptr<st::VdiCoordinator> vdi;
   std::unique_ptr<cmd::Context> context;
 
   World() {
@@ -48,7 +49,8 @@ struct World {
     dataFolder = data;
     uploads = st::Uploads::Open(*database, dataFolder, st::UploadQuotas{}, &error);
     if (!uploads) std::abort();
-    context = std::make_unique<cmd::Context>(cmd::Context{*store, *signer, *logs, uploads.get()});
+    vdi = std::make_unique<st::VdiCoordinator>(*database, st::VdiLimits{});
+    context = std::make_unique<cmd::Context>(cmd::Context{*store, *signer, *logs, uploads.get(), vdi.get()});
   }
   ~World() {
     uploads.reset();

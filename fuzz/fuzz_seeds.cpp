@@ -3,6 +3,7 @@
 #include "channel/rec_Logs.h"
 #include "channel/rec_Update.h"
 #include "channel/rec_Upload.h"
+#include "channel/rec_Vdi.h"
 #include "channel/ser_MsgSerializer.h"
 
 namespace {
@@ -141,6 +142,18 @@ std::vector<std::vector<uint8_t>> ServiceSeeds() {
     record.diskStatus = 1700;
     CMsgSerializer m(u"CMDHLV2_SET_LOG_COMMON");
     m << record;
+    add(0, Wire(m));
+  }
+  // The VDI round trips.
+  for (const char16_t* command : vdi::kCommands) {
+    tagCln_VdiTask task;
+    task.uid = u"3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+    task.pool = u"hv-07";
+    task.taskKind = u"scheduled-scan";
+    task.taskId = u"t-1";
+    task.progress = 50;
+    CMsgSerializer m(command);
+    m << task;
     add(0, Wire(m));
   }
   // Every log record, filled, on its own pipe.
