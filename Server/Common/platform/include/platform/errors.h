@@ -17,6 +17,7 @@ enum : uint32_t {
   kErrorAccessDenied = 5,
   kErrorInvalidHandle = 6,
   kErrorNotEnoughMemory = 8,
+  kErrorInvalidData = 13,
   kErrorHandleEof = 38,
   kErrorNotSupported = 50,
   kErrorFileExists = 80,
