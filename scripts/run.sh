@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 source scripts/lib/packages.sh
-ensure_packages cmake ninja-build g++ pkg-config libssl-dev libmicrohttpd-dev libsqlite3-dev sqlite3 curl
+ensure_packages cmake ninja-build g++ pkg-config libssl-dev libmicrohttpd-dev libsqlite3-dev libjsoncpp-dev sqlite3 curl
 
 listen=127.0.0.1:8080
 if (exec 3<>/dev/tcp/127.0.0.1/8080) 2>/dev/null; then

@@ -9,11 +9,16 @@ source scripts/lib/packages.sh
 ensure_packages \
   cmake ninja-build g++ pkg-config \
   libgtest-dev googletest libbenchmark-dev \
-  libssl-dev libmicrohttpd-dev libsqlite3-dev \
+  libssl-dev libmicrohttpd-dev libsqlite3-dev libjsoncpp-dev \
   gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix \
   wine wine64
 
 presets=(${VGCR_PRESETS:-linux linux-asan linux-tsan windows})
+# The windows preset links jsoncpp cross-built from Debian's sources (once;
+# kept in build/third_party/jsoncpp-mingw).
+if [[ " ${presets[*]} " == *" windows "* ]]; then
+  bash scripts/lib/jsoncpp_mingw.sh
+fi
 for preset in "${presets[@]}"; do
   echo "== $preset: configure and build"
   cmake --preset "$preset" >/dev/null
