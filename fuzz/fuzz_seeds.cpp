@@ -5,6 +5,7 @@
 #include "channel/rec_Upload.h"
 #include "channel/rec_Vdi.h"
 #include "channel/ser_MsgSerializer.h"
+#include "support/crypt_StringEnvelope.h"
 
 namespace {
 
@@ -239,5 +240,33 @@ std::vector<std::vector<uint8_t>> UploadSeeds() {
   add(1, 0, "[RealTime_Scan]\r\nEnabled=1\r\nScanOn=Read,Write\r\nCompressedLayer=20\r\nFirstAction=Clean\r\n");
   add(1, 4, "[Scheduled_Scan]\nTime=23:59\nDay=Friday\nFrequency=Monthly\nCpuUsage=3\nTime=00:00");
   add(1, 8, "[Spyware_Scheduled_Scan]\nApprovedList=a;b\nAction=Deny\n=\nx");
+  return seeds;
+}
+
+std::vector<std::vector<uint8_t>> EnvelopeSeeds() {
+  std::vector<std::vector<uint8_t>> seeds;
+  const auto add = [&](uint8_t mode, const std::string& text) {
+    std::vector<uint8_t> bytes{mode};
+    bytes.insert(bytes.end(), text.begin(), text.end());
+    seeds.push_back(std::move(bytes));
+  };
+  const std::string texts[] = {"", "{\"requestid\":101,\"uid\":\"3F2504E0-4F89-11D3-9A0C-0305E82C3301\"}",
+                               "Hello, envelope!", "caf\xC3\xA9 \xE6\x9D\xB1\xE4\xBA\xAC \xF0\x9F\x99\x82"};
+  const EnvelopeForm forms[] = {EnvelopeForm::kCrypt, EnvelopeForm::kCryptEx, EnvelopeForm::kCryptEx3};
+  for (uint8_t f = 0; f < 3; ++f) {
+    for (const std::string& text : texts) {
+      std::string envelope;
+      if (StringEnvelope::Encrypt(forms[f], text, &envelope) != EnvelopeStatus::kOk) continue;
+      add(0, envelope);
+      add(static_cast<uint8_t>(1 + f), envelope.substr(StringEnvelope::Marker(forms[f]).size()));
+      add(static_cast<uint8_t>(4 + f), text);
+    }
+  }
+  add(7, "caf\xE9 \xED\xA0\x80 \xC0\xAF");
+  // An unknown generation, unused bits set, a forged tag, a line break.
+  for (const char* text : {"!CRYPTEX2!AAAA", "!CRYPT!vzoU5+oDLcuWuPs8HIzc1B==",
+                           "!CRYPTEX3!AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA", "!CRYPT!AAAAAAAAAAAAAAAAAAAAAA==\r\n"}) {
+    add(0, text);
+  }
   return seeds;
 }

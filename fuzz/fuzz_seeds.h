@@ -15,3 +15,7 @@ std::vector<std::vector<uint8_t>> HttpSeeds();
 // a multipart body), its other bits and the second byte the preload or the
 // section; the rest is the text.
 std::vector<std::vector<uint8_t>> UploadSeeds();
+// For the envelopes: the first byte picks a text to decrypt (0), what
+// follows a marker (1 to 3), or a plain text to encrypt (4 to 7); the rest
+// is the text.
+std::vector<std::vector<uint8_t>> EnvelopeSeeds();

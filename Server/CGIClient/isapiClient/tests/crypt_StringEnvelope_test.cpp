@@ -235,13 +235,10 @@ TEST(Envelopes, EveryChangeToAnAuthenticatedTextFails) {
   }
 }
 
-// Texts made as another implementation would make them, from the documented
-// passphrases and salts with the platform's primitives: what they hold
-// decides the answer.
+// "!CRYPT!" texts made as another implementation would make them, from the
+// documented passphrase with the platform's primitives: what the blocks
+// hold decides the answer.
 const char kCryptPassphrase[] = "Vigilcrest/FrontDoor/Envelope#1:q7Zt2Lm9";
-const char kCryptEx3Passphrase[] = "Vigilcrest/FrontDoor/Envelope#3:Hb6xT1pJ";
-const uint8_t kCryptEx3Salt[16] = {0xb0, 0x4e, 0xc1, 0x0b, 0x25, 0x21, 0x72, 0xfc,
-                                   0x82, 0xc1, 0x3e, 0x54, 0x85, 0x0c, 0xd8, 0x84};
 
 TEST(Envelopes, CryptBlocksDecideTheAnswer) {
   auto key = plat::AesCbcKey::FromLegacyPassphrase(kCryptPassphrase);
@@ -273,30 +270,6 @@ TEST(Envelopes, CryptBlocksDecideTheAnswer) {
     std::string plain = "left over";
     EXPECT_EQ(StringEnvelope::Decrypt(crypt(c.blocks), &plain), c.status) << c.label;
     EXPECT_EQ(plain, c.plain) << c.label;
-  }
-}
-
-TEST(Envelopes, CryptEx3BindsItsMarker) {
-  uint8_t keyBytes[32];
-  ASSERT_TRUE(plat::Pbkdf2HmacSha256(kCryptEx3Passphrase, kCryptEx3Salt, sizeof kCryptEx3Salt, 100000, keyBytes,
-                                     sizeof keyBytes));
-  auto key = plat::AesGcmKey::FromBytes(keyBytes);
-  ASSERT_TRUE(key);
-  auto seal = [&](std::string_view aad) {
-    const std::string text = "{\"ok\":1}";
-    std::vector<uint8_t> bytes(kNonce, kNonce + sizeof kNonce);
-    bytes.insert(bytes.end(), text.begin(), text.end());
-    uint8_t tag[16];
-    EXPECT_TRUE(key->Encrypt(kNonce, reinterpret_cast<const uint8_t*>(aad.data()), aad.size(), bytes.data() + 12,
-                             text.size(), bytes.data() + 12, tag));
-    bytes.insert(bytes.end(), tag, tag + 16);
-    return "!CRYPTEX3!" + Base64Coder::Encode(bytes.data(), bytes.size());
-  };
-  std::string plain;
-  EXPECT_EQ(StringEnvelope::Decrypt(seal("!CRYPTEX3!"), &plain), EnvelopeStatus::kOk);
-  EXPECT_EQ(plain, "{\"ok\":1}");
-  for (std::string_view other : {"", "!CRYPTEX!", "!CRYPTEX3"}) {
-    EXPECT_EQ(StringEnvelope::Decrypt(seal(other), &plain), EnvelopeStatus::kNotAuthentic) << other;
   }
 }
 
