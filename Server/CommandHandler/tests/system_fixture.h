@@ -15,6 +15,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "db_probe.h"
 #include "http_support.h"
@@ -69,10 +70,12 @@ class System : public ::testing::Test {
 
   // Starts the service (with few listeners, unless told how many) and
   // waits until it listens.
-  bool StartService(const char* instances = "4") {
+  bool StartService(const char* instances = "4", const std::vector<std::string>& extra = {}) {
     const std::string log = folder_ + "/service.log";
     const std::size_t before = ReadFile(log).size();
-    service_.Start({VGCR_CMDHANDLER, "--data", folder_, "--instances", instances}, log);
+    std::vector<std::string> args = {VGCR_CMDHANDLER, "--data", folder_, "--instances", instances};
+    args.insert(args.end(), extra.begin(), extra.end());
+    service_.Start(args, log);
     for (int i = 0; i < 500; ++i) {
       if (ReadFile(log).find("listening", before) != std::string::npos) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));

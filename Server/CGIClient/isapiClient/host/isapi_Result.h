@@ -35,6 +35,11 @@ enum HandlerResult : int32_t {
   kResultUploadIncomplete = -45,  // the body ended before the file part did
   kResultUploadNotStored = -46,   // the temporary file could not be made or written
 
+  // VDI coordination.
+  kResultBadDocument = -47,   // not a JSON object of the request's members, types and ranges
+  kResultBadEnvelope = -48,   // an envelope that does not decrypt
+  kResultUnknownTask = -50,   // a notification for a task that is not running
+
   // The start registration: a required key missing or too long.
   kResultBadDate = -11,
   kResultBadTime = -12,

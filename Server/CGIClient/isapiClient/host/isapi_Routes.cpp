@@ -13,6 +13,7 @@
 #include "handlers/isapi_RqOpp.h"
 #include "handlers/isapi_RqUpd.h"
 #include "handlers/isapi_Upload.h"
+#include "handlers/isapi_VDI.h"
 
 const Route kRoutes[kRouteCount] = {
     {101, "ProcessOnStart", &ProcessOnStart},
@@ -27,7 +28,7 @@ const Route kRoutes[kRouteCount] = {
     {204, "ProcessRqAlertMsg", &ProcessRqAlertMsg},
     {205, "ProcessRqUpd", &ProcessRqUpd},
     {207, "ProcessPollingSetting", &ProcessPollingSetting},
-    {301, "CIsapiVdiProcessor", nullptr},
+    {301, "CIsapiVdiProcessor", &CIsapiVdiProcessor::Run},
     {321, "ProcessDLP", &ProcessDLP},
 };
 
