@@ -36,7 +36,9 @@ constexpr std::size_t kNonce = plat::kGcmNonceSize;
 constexpr std::size_t kTag = plat::kGcmTagSize;
 
 // A key made on first use and kept; a failed derivation is tried again on
-// the next use rather than remembered.
+// the next use rather than remembered. Keys are never destroyed: a
+// destructor would run as the module unloads, inside DllMain on Windows,
+// and call into the providers' DLLs when they may be gone already.
 template <typename Key>
 class KeyCache {
  public:
@@ -46,17 +48,17 @@ class KeyCache {
   const Key* Get() {
     if (const Key* key = ready_.load(std::memory_order_acquire)) return key;
     std::lock_guard lock(mutex_);
-    if (!key_) {
-      key_ = make_();
-      ready_.store(key_.get(), std::memory_order_release);
+    const Key* key = ready_.load(std::memory_order_relaxed);
+    if (!key) {
+      key = make_().release();
+      ready_.store(key, std::memory_order_release);
     }
-    return key_.get();
+    return key;
   }
 
  private:
   Make make_;
   std::mutex mutex_;
-  std::unique_ptr<Key> key_;
   std::atomic<const Key*> ready_{nullptr};
 };
 
