@@ -1,5 +1,7 @@
 #include "st_Vdi.h"
 
+#include <algorithm>
+
 #include "channel/rec_Vdi.h"
 
 namespace st {
@@ -16,6 +18,12 @@ bool VdiCoordinator::Known(const std::string& uid) {
 
 bool VdiCoordinator::ExpireStale(const std::string& pool, int64_t nowMs) {
   const int64_t before = nowMs - std::chrono::duration_cast<std::chrono::milliseconds>(limits_.taskTimeout).count();
+  // A waiter asks again only after its retry interval: it has gone only
+  // when it missed a few of those too, so a long interval never empties
+  // the queue of desktops that do as they are told.
+  const int64_t waiterBefore =
+      nowMs - std::chrono::duration_cast<std::chrono::milliseconds>(std::max(limits_.taskTimeout, 3 * limits_.retryAfter))
+                  .count();
   db::Statement dead = database_.Prepare(
       "UPDATE vdi_tasks SET state = 'dead', finished_ms = ? WHERE pool = ? AND state = 'running' "
       "AND last_report_ms < ?");
@@ -23,7 +31,7 @@ bool VdiCoordinator::ExpireStale(const std::string& pool, int64_t nowMs) {
       "UPDATE vdi_tasks SET state = 'gone', finished_ms = ? WHERE pool = ? AND state = 'queued' "
       "AND last_report_ms < ?");
   return dead.Bind(1, nowMs).Bind(2, pool).Bind(3, before).Run() &&
-         gone.Bind(1, nowMs).Bind(2, pool).Bind(3, before).Run();
+         gone.Bind(1, nowMs).Bind(2, pool).Bind(3, waiterBefore).Run();
 }
 
 int64_t VdiCoordinator::FindTask(const VdiRequest& request, const char* state) {
@@ -92,7 +100,10 @@ bool VdiCoordinator::Report(const VdiRequest& request, int64_t nowMs, bool compl
     if (!ExpireStale(request.pool, nowMs)) return false;
     const int64_t id = FindTask(request, "running");
     if (id == 0) {
-      decision->decision = tagCln_VdiAnswer::kUnknownTask;
+      // A complete notification repeated because its answer was lost finds
+      // its task done: noted again, not unknown.
+      const bool repeated = complete && FindTask(request, "done") != 0;
+      decision->decision = repeated ? tagCln_VdiAnswer::kNoted : tagCln_VdiAnswer::kUnknownTask;
       return true;
     }
     db::Statement update = database_.Prepare(

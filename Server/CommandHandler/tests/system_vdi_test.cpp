@@ -28,7 +28,7 @@ class VdiSystem : public System {
   void SetUp() override {
     System::SetUp();
     ASSERT_EQ(service_.Stop(), 0);
-    ASSERT_TRUE(StartService("8", {"--vdi-slots", "5", "--vdi-task-timeout", "2"}));
+    ASSERT_TRUE(StartService("8", {"--vdi-slots", "5", "--vdi-task-timeout", TaskTimeout()}));
     StartHost(false);
     for (int n = 0; n < kDesktops; ++n) {
       ASSERT_EQ(Ask(Registration(DesktopUid(n))).substr(0, 2), "1\n");
@@ -38,7 +38,15 @@ class VdiSystem : public System {
   std::string StartTask(int desktop, const std::string& task) {
     return Ask(Vdi(1, desktop, task, R"(,"taskKind":"scheduled-scan")"));
   }
+  // Long enough for fifty desktops' turns on a slow machine; the test of a
+  // desktop that dies sets its own, short one.
+  virtual const char* TaskTimeout() const { return "600"; }
   static constexpr int kDesktops = 50;
+};
+
+class VdiDeadDesktop : public VdiSystem {
+ protected:
+  const char* TaskTimeout() const override { return "2"; }
 };
 
 TEST_F(VdiSystem, FiftyDesktopsOfOnePoolTakeFiveSlotsInTurn) {
@@ -69,10 +77,11 @@ TEST_F(VdiSystem, FiftyDesktopsOfOnePoolTakeFiveSlotsInTurn) {
     }
   }
   EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM vdi_tasks WHERE state = 'done'"), std::to_string(kDesktops));
-  EXPECT_EQ(Ask(Vdi(3, 0, "scan-1", R"(,"result":0)")), "-50") << "a task that is over";
+  EXPECT_EQ(Ask(Vdi(3, 0, "scan-1", R"(,"result":0)")), R"({"action":"done"})") << "a repeated complete";
+  EXPECT_EQ(Ask(Vdi(2, 0, "scan-1", R"(,"progress":5)")), "-50") << "a task that is over does not run";
 }
 
-TEST_F(VdiSystem, ADesktopThatDiesMidTaskFreesItsSlotAfterTheTimeOut) {
+TEST_F(VdiDeadDesktop, ADesktopThatDiesMidTaskFreesItsSlotAfterTheTimeOut) {
   for (int n = 0; n < 5; ++n) ASSERT_EQ(StartTask(n, "scan-2"), R"({"action":"start"})");
   EXPECT_EQ(StartTask(5, "scan-2").rfind(R"({"action":"wait",)", 0), 0u);
   // Desktops 1 to 4 keep reporting; desktop 0 has died. Within the time-out

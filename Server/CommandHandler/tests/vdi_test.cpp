@@ -20,7 +20,7 @@ class Vdi : public ::testing::Test {
     database_ = db::Database::Open(":memory:", &error);
     ASSERT_TRUE(database_ && db::CreateSchema(*database_, &error)) << error;
     vdi_ = std::make_unique<st::VdiCoordinator>(
-        *database_, st::VdiLimits{2, std::chrono::seconds(60), std::chrono::seconds(30)});
+        *database_, st::VdiLimits{2, std::chrono::seconds(60), std::chrono::seconds(10)});
     for (char c = 'A'; c <= 'F'; ++c) {
       ASSERT_TRUE(database_->Exec(std::string("INSERT INTO clients (uid, first_seen, last_seen) VALUES ('") +
                                   Uid(c) + "', 'x', 'x')"));
@@ -83,7 +83,9 @@ TEST_F(Vdi, ASilentTaskDiesAndASilentWaiterGoes) {
   EXPECT_EQ(Ask('D', 61), "start") << "B is dead and C gone after 60 s: D moves up and starts";
   EXPECT_EQ(Report('B', 62, true), Answer::kUnknownTask) << "a dead task's report finds no running task";
   EXPECT_EQ(Ask('C', 62), "wait 1") << "a desktop that went asks as a newcomer";
-  EXPECT_EQ(States(), "running,dead,gone,running,queued");
+  EXPECT_EQ(Report('A', 63, true), Answer::kNoted);
+  EXPECT_EQ(Report('A', 64, true), Answer::kNoted) << "a complete notification repeated";
+  EXPECT_EQ(States(), "done,dead,gone,running,queued");
 }
 
 TEST_F(Vdi, UnknownClientsAndTasks) {
@@ -105,7 +107,7 @@ TEST_F(Vdi, AWaitSaysWhenToAskAgain) {
   st::VdiDecision d;
   ASSERT_TRUE(vdi_->Start(Task('C'), 0, &d));
   EXPECT_EQ(d.decision, Answer::kWait);
-  EXPECT_EQ(d.retryAfter, 30u);
+  EXPECT_EQ(d.retryAfter, 10u);
   EXPECT_EQ(d.position, 1u);
 }
 

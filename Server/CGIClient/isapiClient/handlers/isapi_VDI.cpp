@@ -43,7 +43,11 @@ bool ParseDocument(const std::string& text, Json::Value* root) {
 bool ReadText(const Json::Value& root, const char* name, std::size_t limit, std::u16string* out) {
   const Json::Value* member = root.find(name, name + std::char_traits<char>::length(name));
   if (member == nullptr || !member->isString()) return false;
-  *out = plat::FromUtf8(member->asString());
+  const std::string text = member->asString();
+  *out = plat::FromUtf8(text);
+  // The reader lets bytes that are no UTF-8 through; read as U+FFFD, two
+  // different names could become one pool.
+  if (plat::ToUtf8(*out) != text) return false;
   for (const char16_t c : *out) {
     if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return false;
   }
@@ -52,7 +56,11 @@ bool ReadText(const Json::Value& root, const char* name, std::size_t limit, std:
 
 bool ReadInt(const Json::Value& root, const char* name, int32_t min, int32_t max, int32_t* out) {
   const Json::Value* member = root.find(name, name + std::char_traits<char>::length(name));
-  if (member == nullptr || !member->isInt()) return false;
+  // An integer as written: 50.0 or 5e1 is a number, but no integer.
+  if (member == nullptr || (member->type() != Json::intValue && member->type() != Json::uintValue) ||
+      !member->isInt64()) {
+    return false;
+  }
   const int64_t value = member->asInt64();
   if (value < min || value > max) return false;
   *out = static_cast<int32_t>(value);

@@ -65,8 +65,18 @@ TEST_F(Vdi, EachRequestIsItsRoundTripAndItsJsonReply) {
   ASSERT_EQ(f.size(), 6u);
   EXPECT_EQ(peer::AsWString(f[0]), plat::Widen(kUid));
   EXPECT_EQ(peer::AsWString(f[1]), u"hv-07");
+  EXPECT_EQ(peer::AsWString(f[2]), u"scheduled-scan");
   EXPECT_EQ(peer::AsWString(f[3]), u"t-1");
   EXPECT_EQ(peer::AsU32(f[4]), 0u);
+  // Progress and result each in its own field.
+  peer_.Clear();
+  peer_.Script(vdi::kCommands[2], Decision(3));
+  Ask(3, std::string(kDesktop) + R"(,"taskId":"t-1","result":-7})");
+  const auto complete = OnlyMessage(vdi::kCommands[2]);
+  ASSERT_EQ(complete.size(), 6u);
+  EXPECT_EQ(peer::AsWString(complete[2]), u"") << "no task kind but in a start request";
+  EXPECT_EQ(peer::AsU32(complete[4]), 0u);
+  EXPECT_EQ(peer::AsU32(complete[5]), static_cast<uint32_t>(-7));
 }
 
 TEST_F(Vdi, AnEncipheredRequestIsAnsweredInItsOwnEnvelope) {
@@ -77,8 +87,7 @@ TEST_F(Vdi, AnEncipheredRequestIsAnsweredInItsOwnEnvelope) {
     const std::string reply = Ask(1, request).body;
     EXPECT_EQ(StringEnvelope::FormOf(reply), form) << reply;
     std::string plain;
-    EnvelopeForm replyForm = EnvelopeForm::kPlain;
-    EXPECT_EQ(StringEnvelope::Decrypt(reply, &plain, &replyForm), EnvelopeStatus::kOk) << reply;
+    EXPECT_EQ(StringEnvelope::Decrypt(reply, &plain), EnvelopeStatus::kOk) << reply;
     EXPECT_EQ(plain, R"({"action":"wait","position":1,"retryAfter":30})");
   }
 }
@@ -110,6 +119,8 @@ TEST_F(Vdi, BadRequestsAreRefusedBeforeAnythingIsSent) {
       {1, std::string(kDesktop) + R"(,"pool":"twice","taskKind":"k","taskId":"t"})", "-47"},
       {2, std::string(kDesktop) + R"(,"taskId":"t","progress":101})", "-47"},
       {2, std::string(kDesktop) + R"(,"taskId":"t","progress":"50"})", "-47"},
+      {2, std::string(kDesktop) + R"(,"taskId":"t","progress":50.0})", "-47"},
+      {1, std::string(kDesktop) + R"(,"taskKind":"k","taskId":"t\xff"})", "-47"},  // no UTF-8
       {3, std::string(kDesktop) + R"(,"taskId":"t","result":2147483648})", "-47"},
       {1, deep, "-47"},
       {1, huge, "-47"},
