@@ -79,49 +79,6 @@ TEST(JsonCpp, ReadsADocumentStrictly) {
   EXPECT_TRUE(root["empty"].empty());
 }
 
-TEST(JsonCpp, StrictModeRefusesWhatPlainJsonDoesNotAllow) {
-  for (const char* text : {
-           "",                         // nothing
-           "\"text\"", "1", "null",    // a root that is neither object nor array
-           "{\"a\":1,\"a\":2}",        // a key twice
-           "{\"a\":1,}", "[1,]",       // trailing commas
-           "[,1]", "[1,,2]",           // dropped values
-           "{\"a\":1} x", "{}{}",      // something after the document
-           "// c\n{}", "{} /* c */",   // comments
-           "{'a':1}",                  // single quotes
-           "{1:2}",                    // a number as key
-           "[NaN]", "[Infinity]",      // special floats
-           "[1e400]",                  // a number no double holds
-           "[\"\\x41\"]",              // an escape JSON lacks
-           "[\"\\ud800\"]",            // half a surrogate pair
-           "{\"a\" 1}",                // no colon
-       }) {
-    const Parsed parsed = ParseStrict(text);
-    EXPECT_EQ(parsed.outcome, Outcome::kRefused) << text;
-    EXPECT_FALSE(parsed.errors.empty()) << text;
-  }
-}
-
-// What the strict reader lets through, so a request parser must check it
-// itself where it matters.
-TEST(JsonCpp, StrictModeStillAcceptsSomeLaxInput) {
-  Parsed parsed = ParseStrict("[01, 1.]");
-  ASSERT_EQ(parsed.outcome, Outcome::kParsed) << parsed.errors;
-  EXPECT_EQ(parsed.root[0].asInt(), 1);
-  EXPECT_EQ(parsed.root[1].asDouble(), 1.0);
-
-  parsed = ParseStrict("[\"a\nb\", \"\xFF\", \"x\\u0000y\"]");
-  ASSERT_EQ(parsed.outcome, Outcome::kParsed) << parsed.errors;
-  EXPECT_EQ(parsed.root[0].asString(), "a\nb");               // a raw control character
-  EXPECT_EQ(parsed.root[1].asString(), "\xFF");               // bytes that are not UTF-8
-  EXPECT_EQ(parsed.root[2].asString(), std::string("x\0y", 3));  // a NUL inside a string
-
-  parsed = ParseStrict("\xEF\xBB\xBF{}");  // a byte order mark
-  EXPECT_EQ(parsed.outcome, Outcome::kParsed) << parsed.errors;
-}
-
-// Past stackLimit the reader throws instead of returning false: whoever
-// parses what a client sent catches Json::Exception.
 TEST(JsonCpp, NestingPastTheStackLimitThrows) {
   EXPECT_EQ(ParseStrict(Nested('[', "", ']', 4), 4).outcome, Outcome::kParsed);
   EXPECT_EQ(ParseStrict(Nested('[', "", ']', 5), 4).outcome, Outcome::kThrew);
