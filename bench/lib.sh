@@ -9,13 +9,18 @@ build=build/linux
 host=$build/Server/WebHost/isapi-host/isapi-host
 module=$build/Server/CGIClient/isapiClient/isapiClient.so
 work=$(mktemp -d)
-export VGCR_PIPE_DIR=$work/pipe
+# The pipe sockets live in a memory file system, as under /run on a
+# deployed machine: each round trip makes and removes its reply pipe's
+# socket file, and on a disk file system that costs more than the rest of
+# the round trip.
+pipes=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
+export VGCR_PIPE_DIR=$pipes/pipe
 pids=()
 cleanup() {
   [[ -f $work/nginx.pid ]] && nginx -c "$work/nginx.conf" -p "$work" -s stop 2>/dev/null || true
   for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
   wait 2>/dev/null || true
-  rm -rf "$work"
+  rm -rf "$work" "$pipes"
 }
 trap cleanup EXIT
 duration=${VGCR_BENCH_SECONDS:-10}
@@ -56,4 +61,22 @@ start_host() {  # isapi-host with the extension on 127.0.0.1:18090 (environment 
 
 peak_memory() {  # label pid: the process's peak resident set
   echo "$1: peak RSS $(awk '/VmHWM/ {print $2, $3}' /proc/"$2"/status)"
+}
+
+# The requests the system benchmarks send (per_client.lua puts a uid of its
+# own where {uid} stands).
+bench_uid=6F9619FF-8B86-D011-B42D-00C04FC964FF
+registration_query="requestid=101&uid={uid}&date=20261122&time=093000&computer=BENCH-PC&platform=Linux&ip=10.0.0.7&program=14.0&engine=22.1&domain=WORKGROUP&hotfix=0&instdate=20261101&insttime=120000&release=14.0.1"
+log_query="requestid=110&functiontype=1&uid={uid}&release=14.0.1&date=2026-11-23&time=09:30:00&login=CORP%5Cjdoe&virus=Eicar_test_file&file=eicar.com&compressedfile=&directory=C%3A%5CUsers%5Cjdoe%5CDownloads%5C&infectionsource=BENCH-PC&firstaction=2&firststatus=0&secondaction=3&secondstatus=0"
+
+register_bench_client() {  # url: registers $bench_uid, the client that polls
+  curl -s "$1?${registration_query//\{uid\}/$bench_uid}" >/dev/null
+}
+
+signing_query() {  # SA_ISR, SA_SN and SA_RN naming the service's certificate
+  local cert=$work/data/signing-cert.pem issuer serial
+  issuer=$(openssl x509 -in "$cert" -noout -issuer -nameopt RFC2253 | sed 's/^issuer=//')
+  serial=$(openssl x509 -in "$cert" -noout -serial | sed 's/^serial=//')
+  printf 'SA_ISR=%s&SA_SN=%s&SA_RN=12345' \
+    "$(python3 -c 'import sys, urllib.parse; print(urllib.parse.quote(sys.argv[1], safe=""))' "$issuer")" "$serial"
 }

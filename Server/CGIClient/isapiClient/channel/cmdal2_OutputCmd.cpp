@@ -28,11 +28,11 @@ bool TakeBytes(CMsgSerializer& message, std::unique_ptr<uint8_t[]>* bytes, uint3
 }
 
 bool RoundTrip(CMsgSerializer& message, const char16_t* replyPipeName, const char16_t* servicePipe) {
-  CPipeServer server(ChannelReplyTimeoutMs());
+  CPipeServer server(ChannelReplyTimeoutMs(), ThreadReplyTimer());
   std::unique_ptr<uint8_t[]> bytes;
   uint32_t size = 0;
   if (!TakeBytes(message, &bytes, &size)) return false;
-  if (!PipeSendAndRecvW(bytes.get(), size, replyPipeName, servicePipe, server, nullptr)) return false;
+  if (!PipeSendAndRecvW(bytes.get(), size, replyPipeName, servicePipe, server, ThreadLocalEvent())) return false;
   message.HandOverSpillFile();
   std::string reply;
   auto append = [&reply](const char* piece, uint32_t length) { reply.append(piece, length); };

@@ -32,8 +32,8 @@ bool cmdal_SendText(const char16_t* text, uint32_t byteLength) {
 bool cmdal_SendTextAndRecv(const char16_t* text, uint32_t byteLength, const char16_t* replyPipeName,
                            std::u16string* reply) {
   reply->clear();
-  CPipeServer server(ChannelReplyTimeoutMs());
-  if (!PipeSendAndRecvW(text, byteLength, replyPipeName, kCommandHandlerPipe, server, nullptr)) return false;
+  CPipeServer server(ChannelReplyTimeoutMs(), ThreadReplyTimer());
+  if (!PipeSendAndRecvW(text, byteLength, replyPipeName, kCommandHandlerPipe, server, ThreadLocalEvent())) return false;
   // Each piece is terminated behind its last whole unit and appended up to
   // its first NUL, as a C string would be.
   auto append = [reply](const char* piece, uint32_t length) {

@@ -11,7 +11,8 @@ constexpr char16_t kConstructor[] = u"CPipeServer::CPipeServer";
 constexpr char16_t kRecv[] = u"CPipeServer::Recv";
 }  // namespace
 
-CPipeServer::CPipeServer(uint32_t replyTimeoutMs) : replyTimeoutMs_(replyTimeoutMs) {
+CPipeServer::CPipeServer(uint32_t replyTimeoutMs, plat::WaitableTimer* timer)
+    : givenTimer_(timer), replyTimeoutMs_(replyTimeoutMs) {
   switch (plat::PipeServerEnd::ClientProcessIdSupport()) {
     case plat::PipeServerEnd::ClientPidSupport::kSupported:
       VGCR_TRACE(5, u"%s - Windows API GetNamedPipeClientProcessId is supported on this platform", kConstructor);
@@ -33,7 +34,8 @@ CPipeServer::~CPipeServer() { Close(); }
 
 void CPipeServer::Close() {
   instances_.clear();
-  timer_.Close();
+  timer_ = nullptr;  // a given timer stays open; each Recv arms it afresh
+  ownTimer_.Close();
   ownEvent_.Close();
   localEvent_ = nullptr;
 }
@@ -54,8 +56,14 @@ bool CPipeServer::Initial(const char16_t* name, uint32_t instances, plat::Event*
     }
     localEvent_ = &ownEvent_;
   }
-  if (replyTimeoutMs_ > 0 && !timer_.Create()) {
-    VGCR_TRACE(5, u"[CPipeServer::Initial] CreateWaitableTimer failed! err=%d", plat::LastError());
+  if (replyTimeoutMs_ > 0) {
+    if (givenTimer_ && (givenTimer_->IsOpen() || givenTimer_->Create())) {
+      timer_ = givenTimer_;
+    } else if (ownTimer_.Create()) {
+      timer_ = &ownTimer_;
+    } else {
+      VGCR_TRACE(5, u"[CPipeServer::Initial] CreateWaitableTimer failed! err=%d", plat::LastError());
+    }
   }
   for (uint32_t i = 0; i < instances; ++i) {
     auto instance = std::make_unique<Instance>();
@@ -118,14 +126,14 @@ void CPipeServer::Reconnect(Instance& instance) {
 }
 
 plat::WaitHandle CPipeServer::ExtraHandle() const {
-  if (timer_.IsOpen()) return timer_.Handle();
+  if (timer_) return timer_->Handle();
   return localEvent_ ? localEvent_->Handle() : plat::WaitHandle{};
 }
 
 int CPipeServer::Recv(void* buffer, uint32_t* length, uint32_t* clientPid) {
   extraSignalled_ = false;
   if (instances_.empty() || length == nullptr) return 0;
-  if (timer_.IsOpen() && !timer_.Arm(replyTimeoutMs_)) {
+  if (timer_ && !timer_->Arm(replyTimeoutMs_)) {
     VGCR_TRACE(5, u"SetWaitableTimer failed (%d)\n", plat::LastError());
   }
   const auto count = static_cast<uint32_t>(instances_.size());

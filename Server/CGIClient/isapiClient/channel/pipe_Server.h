@@ -20,8 +20,10 @@ class CPipeServer {
   static constexpr uint32_t kBusyRetryDelayMs = 100;
 
   // With a reply timeout, each Recv waits at most that long (the waitable
-  // timer takes the place of the local event in the wait).
-  explicit CPipeServer(uint32_t replyTimeoutMs = 0);
+  // timer takes the place of the local event in the wait). The timer is
+  // the one given, when one is (a thread's own, reused by its round trips),
+  // else one of the server's own.
+  explicit CPipeServer(uint32_t replyTimeoutMs = 0, plat::WaitableTimer* timer = nullptr);
   ~CPipeServer();
   CPipeServer(const CPipeServer&) = delete;
   CPipeServer& operator=(const CPipeServer&) = delete;
@@ -57,7 +59,9 @@ class CPipeServer {
   std::vector<std::unique_ptr<Instance>> instances_;
   plat::Event ownEvent_;
   plat::Event* localEvent_ = nullptr;
-  plat::WaitableTimer timer_;
+  plat::WaitableTimer ownTimer_;
+  plat::WaitableTimer* givenTimer_;
+  plat::WaitableTimer* timer_ = nullptr;  // the one in use; null without a reply timeout
   uint32_t replyTimeoutMs_;
   bool extraSignalled_ = false;
 };

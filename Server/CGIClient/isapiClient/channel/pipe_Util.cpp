@@ -6,10 +6,30 @@
 #include "platform/errors.h"
 #include "platform/process.h"
 #include "support/dbg_Trace.h"
+#include "support/str_Format.h"
 
 namespace {
+
 constexpr char16_t kTraceSource[] = u".\\pipe_Util";
+
+struct ThreadWaits {
+  plat::Event localEvent;
+  plat::WaitableTimer replyTimer;
+};
+thread_local ThreadWaits t_waits;
+
+}  // namespace
+
+plat::Event* ThreadLocalEvent() {
+  if (!t_waits.localEvent.IsOpen()) {
+    char16_t name[64];
+    fmt16::Format(name, 64, u"PIPE_OBJ_LOCAL_EVENT_%u", plat::CurrentThreadId());
+    if (!t_waits.localEvent.Create(name, false)) return nullptr;
+  }
+  return &t_waits.localEvent;
 }
+
+plat::WaitableTimer* ThreadReplyTimer() { return &t_waits.replyTimer; }
 
 bool PipeSendAndRecvW(const void* bytes, uint32_t length, const char16_t* replyPipeName,
                       const char16_t* servicePipeName, CPipeServer& server, plat::Event* localEvent) {

@@ -8,6 +8,14 @@
 
 #include "pipe_Server.h"
 
+// What a thread's round trips reuse instead of making and closing them each
+// time: the local event "PIPE_OBJ_LOCAL_EVENT_<thread id>" (null when it
+// cannot be made: Initial then makes one itself, or traces why not) and
+// the reply timer. A thread makes one round trip at a time, so they are
+// never in use twice; they are closed when the thread ends.
+plat::Event* ThreadLocalEvent();
+plat::WaitableTimer* ThreadReplyTimer();
+
 bool PipeSendAndRecvW(const void* bytes, uint32_t length, const char16_t* replyPipeName,
                       const char16_t* servicePipeName, CPipeServer& server, plat::Event* localEvent);
 

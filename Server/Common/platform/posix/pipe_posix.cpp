@@ -298,6 +298,7 @@ enum class Op { kNone, kConnect, kRead };
 struct PipeServerEnd::State {
   std::string path;  // key of the listener, empty when not created
   int listenFd = -1;
+  bool sharedListener = false;  // more than one instance may wait on listenFd
   int connFd = -1;
   Op op = Op::kNone;
   // The read in progress.
@@ -446,6 +447,7 @@ bool PipeServerEnd::Create(const char16_t* name, uint32_t maxInstances, uint32_t
   ++it->second.instances;
   state_->path = addr.sun_path;
   state_->listenFd = it->second.fd;
+  state_->sharedListener = it->second.maxInstances > 1;
   return true;
 }
 
@@ -514,7 +516,7 @@ WaitHandle PipeServerEnd::Ready() const {
   // The descriptor that becomes readable when the operation can complete.
   // With nothing in progress the instance counts as signalled, as the
   // overlapped event stays set after a completion.
-  if (s.op == Op::kConnect || s.connFd < 0) return WaitHandle{s.listenFd};
+  if (s.op == Op::kConnect || s.connFd < 0) return WaitHandle{s.listenFd, s.sharedListener};
   return WaitHandle{s.connFd};
 }
 

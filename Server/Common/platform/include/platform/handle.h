@@ -16,6 +16,12 @@ inline constexpr NativeHandle kNoHandle = -1;
 
 struct WaitHandle {
   NativeHandle native = kNoHandle;
+  // POSIX: one waiter woken is enough, as for a pipe's pending connect,
+  // which completes for one instance only. The handle is a listening socket
+  // that several instances' threads wait on; without this every one of
+  // them would wake for each client and all but one would find nothing.
+  // Windows gives each instance its own handle and ignores it.
+  bool wakeOne = false;
   bool valid() const { return native != kNoHandle; }
 };
 
