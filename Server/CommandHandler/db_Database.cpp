@@ -122,31 +122,103 @@ bool Database::Busy() const {
 
 int64_t Database::Changes() const { return sqlite3_changes64(connection_); }
 
+std::unique_lock<std::mutex> Database::Lock() {
+  std::unique_lock guard(lock_);
+  if (group_) SettleGroup();
+  return guard;
+}
+
+Database::GroupStats Database::Groups() const {
+  std::lock_guard guard(const_cast<std::mutex&>(lock_));
+  return stats_;
+}
+
+void Database::SettleGroup() {
+  Group& group = *group_;
+  group.committed = Exec("COMMIT");
+  if (!group.committed) Exec("ROLLBACK");
+  group.settled = true;
+  if (group.members > 1) {
+    ++stats_.commits;
+    stats_.commands += static_cast<uint64_t>(group.members);
+  }
+  group_.reset();
+  settled_.notify_all();
+}
+
+namespace {
+
+// The guard's lock, counted as queued while it is awaited: the group's
+// last member is the one that finds nobody queued.
+std::unique_lock<std::mutex> TakeQueued(std::mutex& lock, std::atomic<int>& queued) {
+  queued.fetch_add(1);
+  std::unique_lock guard(lock);
+  queued.fetch_sub(1);
+  return guard;
+}
+
+}  // namespace
+
+Transaction::Transaction(Database& database)
+    : database_(database), guard_(TakeQueued(database.lock_, database.queued_)) {
+  if (!database_.group_ && !BeginGroup()) return;
+  begun_ = database_.Exec("SAVEPOINT command");
+  if (!begun_) SettleIfLast();
+}
+
 // Another process writing (the sqlite3 shell, a backup) makes BEGIN
 // IMMEDIATE busy. The wait for it is taken without the lock, so that the
 // commands queued behind are not held too, and it is short: a command that
 // cannot begin fails, and its requester is answered at once.
-Transaction::Transaction(Database& database) : database_(database), guard_(database.Lock()) {
+bool Transaction::BeginGroup() {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyWaitMs);
   database_.SetBusyWait(0);
+  bool begun = false;
   for (;;) {
-    begun_ = database_.Exec("BEGIN IMMEDIATE");
-    if (begun_ || !database_.Busy() || std::chrono::steady_clock::now() >= deadline) break;
+    begun = database_.Exec("BEGIN IMMEDIATE");
+    if (begun || !database_.Busy() || std::chrono::steady_clock::now() >= deadline) break;
     guard_.unlock();
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     guard_.lock();
+    if (database_.group_) {  // another command began one meanwhile: join it
+      begun = true;
+      break;
+    }
   }
   database_.SetBusyWait(Database::kStatementBusyWaitMs);
+  if (begun && !database_.group_) database_.group_ = std::make_shared<Database::Group>();
+  return begun;
+}
+
+void Transaction::SettleIfLast() {
+  if (database_.group_ && database_.queued_.load() == 0) database_.SettleGroup();
 }
 
 Transaction::~Transaction() {
-  if (begun_ && !done_) database_.Exec("ROLLBACK");
+  if (begun_ && !done_) {
+    database_.Exec("ROLLBACK TO command");
+    database_.Exec("RELEASE command");
+    SettleIfLast();
+  }
 }
 
 bool Transaction::Commit() {
   if (!begun_ || done_) return false;
-  done_ = database_.Exec("COMMIT");
-  return done_;
+  done_ = true;
+  if (!database_.Exec("RELEASE command")) {
+    database_.Exec("ROLLBACK TO command");
+    database_.Exec("RELEASE command");
+    SettleIfLast();
+    return false;
+  }
+  std::shared_ptr<Database::Group> group = database_.group_;
+  ++group->members;
+  if (database_.queued_.load() == 0 || group->members >= Database::kMaxGroup) {
+    database_.SettleGroup();
+  } else {
+    database_.settled_.wait(guard_, [&group] { return group->settled; });
+  }
+  return group->committed;
 }
 
 }  // namespace db

@@ -208,7 +208,7 @@ std::string ClientColumnList() {
 }
 
 bool CreateSchema(Database& database, std::string* error) {
-  std::lock_guard lock(database.Lock());
+  const auto lock = database.Lock();
   if (!database.Exec("BEGIN IMMEDIATE")) {
     *error = database.LastError();
     return false;

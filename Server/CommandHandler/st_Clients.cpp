@@ -103,7 +103,7 @@ bool Store::Heartbeat(const std::string& uid, int32_t requestType, const std::st
 }
 
 bool Store::IsKnown(const std::string& uid, bool* known) {
-  std::lock_guard lock(database_.Lock());
+  const auto lock = database_.Lock();
   *known = Known(database_, uid);
   return true;
 }

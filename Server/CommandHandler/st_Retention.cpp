@@ -34,7 +34,7 @@ int64_t DeleteInBatches(db::Database& database, const std::string& table, const 
 
 // The highest id the table may lose so that maxRows rows remain; 0: none.
 int64_t ExcessBound(db::Database& database, const std::string& table, int64_t maxRows) {
-  std::lock_guard guard(database.Lock());
+  const auto guard = database.Lock();
   db::Statement s = database.Prepare("SELECT IFNULL(MAX(id), 0) FROM " + table);
   const int64_t newest = s.Step() ? s.Int(0) : 0;
   return newest > maxRows ? newest - maxRows : 0;

@@ -23,7 +23,7 @@ const char* ColumnOf(ClientValue which) {
 }  // namespace
 
 bool Store::ReadSection(const std::string& uid, const std::string& section, std::string* text) {
-  std::lock_guard lock(database_.Lock());
+  const auto lock = database_.Lock();
   db::Statement own = database_.Prepare("SELECT text FROM client_sections WHERE uid = ? AND section = ?");
   if (own.Bind(1, uid).Bind(2, section).Step()) {
     *text = own.Text(0);
@@ -112,14 +112,14 @@ bool Store::SetClientValue(const std::string& uid, ClientValue which, int64_t va
 }
 
 bool Store::IsConfigFlagSet(const std::string& uid, uint32_t flag, bool* set) {
-  std::lock_guard lock(database_.Lock());
+  const auto lock = database_.Lock();
   db::Statement s = database_.Prepare("SELECT config_flags & ? FROM client_config WHERE uid = ?");
   *set = s.Bind(1, flag).Bind(2, uid).Step() && s.Int(0) != 0;
   return !s.failed();
 }
 
 bool Store::ClientDomain(const std::string& uid, bool full, std::string* text) {
-  std::lock_guard lock(database_.Lock());
+  const auto lock = database_.Lock();
   db::Statement s = database_.Prepare(
       full ? "SELECT CASE WHEN addistinguishedname <> '' THEN addistinguishedname ELSE domain END FROM clients "
              "WHERE uid = ?"
@@ -129,7 +129,7 @@ bool Store::ClientDomain(const std::string& uid, bool full, std::string* text) {
 }
 
 bool Store::AlertMessage(const std::string& uid, int32_t functionType, std::string* text) {
-  std::lock_guard lock(database_.Lock());
+  const auto lock = database_.Lock();
   db::Statement s = database_.Prepare(
       "SELECT text FROM alert_messages WHERE (uid IS NULL OR uid = ?) AND function_type = ? ORDER BY id DESC LIMIT 1");
   if (s.Bind(1, uid).Bind(2, functionType).Step()) {
@@ -155,7 +155,7 @@ bool Store::AddAlertMessage(const std::string& uid, int32_t functionType, const 
 }
 
 bool Store::UpdateOrder(std::string* text) {
-  std::lock_guard lock(database_.Lock());
+  const auto lock = database_.Lock();
   db::Statement s = database_.Prepare("SELECT text FROM update_order WHERE id = 1");
   *text = s.Step() ? s.Text(0) : std::string();
   return !s.failed();

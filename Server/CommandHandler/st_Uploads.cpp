@@ -254,7 +254,7 @@ std::string Uploads::QuotaRefusal(const std::string& uid, int64_t size) {
 }
 
 std::string Uploads::Admit(const std::string& uid, int64_t size) {
-  std::lock_guard lock(database_.Lock());
+  const auto lock = database_.Lock();
   if (!Known(database_, uid)) return "unknown client";
   return QuotaRefusal(uid, size);
 }
@@ -387,7 +387,7 @@ void Uploads::SweepUploadsFolder(const std::function<void(const std::string&)>& 
   std::lock_guard files(files_);
   std::set<std::string> named;
   {
-    std::lock_guard lock(database_.Lock());
+    const auto lock = database_.Lock();
     db::Statement s = database_.Prepare("SELECT stored_name FROM uploads");
     while (s.Step()) named.insert(s.Text(0));
     // Without the names, any file could be one a row names: none goes.

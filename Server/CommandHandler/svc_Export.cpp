@@ -126,7 +126,7 @@ bool IsTimeText(std::string_view text) {
 
 bool ExportLogs(db::Database& database, const logrec::Layout& layout, const ExportFilter& filter,
                 std::ostream& out, std::string* error) {
-  std::lock_guard guard(database.Lock());
+  const auto guard = database.Lock();
   db::Statement s = database.Prepare(SelectSql(layout, filter));
   if (!filter.since.empty()) s.Bind(1, filter.since);
   if (!filter.uid.empty()) s.Bind(2, filter.uid);
