@@ -25,12 +25,43 @@ cleanup() {
 trap cleanup EXIT
 duration=${VGCR_BENCH_SECONDS:-10}
 
-run_wrk() {  # label url [wrk options...] [-- script arguments...]
+run_wrk() {  # label url [wrk options...] [-- script arguments...]; $connections (default 32)
   local label=$1 url=$2 options=()
   shift 2
   while (($#)) && [[ $1 != -- ]]; do options+=("$1"); shift; done
   echo "== $label"
-  wrk -t2 -c32 -d"${duration}s" --latency "${options[@]}" "$url" "$@" | sed -n '/Latency /p;/ 50%/p;/ 90%/p;/ 99%/p;/requests in/p;/Requests\/sec/p'
+  wrk -t2 -c"${connections:-32}" -d"${duration}s" --latency "${options[@]}" "$url" "$@" |
+    sed -n '/Latency /p;/ 50%/p;/ 90%/p;/ 99%/p;/requests in/p;/Requests\/sec/p;/Non-2xx/p;/Socket errors/p'
+}
+
+# measure: run_wrk, and keep the rate and latencies for print_table; the
+# first measured is the yardstick (nginx's fixed reply).
+results=()
+served=0
+measure() {
+  local out rate p50 p99 count
+  out=$(run_wrk "$@")
+  echo "$out"
+  rate=$(awk '/Requests\/sec/ {print $2}' <<<"$out")
+  p50=$(awk '$1 == "50%" {print $2}' <<<"$out")
+  p99=$(awk '$1 == "99%" {print $2}' <<<"$out")
+  count=$(awk '/requests in/ {print $1}' <<<"$out")
+  served=$((served + ${count:-0}))
+  results+=("$1|$rate|$p50|$p99")
+}
+
+print_table() {
+  local base row label rate p50 p99
+  base=$(cut -d'|' -f2 <<<"${results[0]}")
+  echo
+  echo "| Request | Requests/s | Ratio to nginx | p50 | p99 |"
+  echo "|---|---|---|---|---|"
+  for row in "${results[@]}"; do
+    IFS='|' read -r label rate p50 p99 <<<"$row"
+    printf '| %s | %s | %s | %s | %s |\n' "$label" "$(printf "%'.0f" "$rate")" \
+      "$(awk -v r="$rate" -v b="$base" 'BEGIN {printf "%.3f", r / b}')" "$p50" "$p99"
+  done
+  echo
 }
 
 start_nginx() {  # port: a fixed 2-byte reply, the HTTP floor of this machine
@@ -47,8 +78,8 @@ CONF
   nginx -c "$work/nginx.conf" -p "$work"
 }
 
-start_service() {  # vgcr-cmdhandler on a fresh database, listening when this returns
-  $build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet 2>"$work/service.log" & service=$!
+start_service() {  # [options...]: vgcr-cmdhandler on a fresh database, listening when this returns
+  $build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet "$@" 2>"$work/service.log" & service=$!
   pids+=($service)
   for _ in $(seq 100); do grep -q listening "$work/service.log" 2>/dev/null && break; sleep 0.1; done
 }
@@ -61,6 +92,10 @@ start_host() {  # isapi-host with the extension on 127.0.0.1:18090 (environment 
 
 peak_memory() {  # label pid: the process's peak resident set
   echo "$1: peak RSS $(awk '/VmHWM/ {print $2, $3}' /proc/"$2"/status)"
+}
+
+resident_memory() {  # pid: the process's resident set now, kB
+  awk '/VmRSS/ {print $2}' /proc/"$1"/status
 }
 
 # The requests the system benchmarks send (per_client.lua puts a uid of its

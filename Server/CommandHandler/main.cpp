@@ -20,7 +20,7 @@ int PrintIdentity(const svc::Options& options) {
     std::fprintf(stderr, "vgcr-cmdhandler: %s\n", error.c_str());
     return 1;
   }
-  auto signer = sig::Signer::Open(options.dataFolder, &error);
+  auto signer = sig::Signer::Open(options.dataFolder, sig::KeyKindNamed(options.signingKey), &error);
   if (!signer) {
     std::fprintf(stderr, "vgcr-cmdhandler: %s\n", error.c_str());
     return 1;

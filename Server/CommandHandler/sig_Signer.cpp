@@ -32,7 +32,7 @@ struct Signer::Keys {
 
 namespace {
 
-constexpr int kKeyBits = 2048;
+constexpr int kRsaKeyBits = 2048;
 constexpr long kValidSeconds = 10L * 365 * 24 * 3600;
 
 std::string OpenSslError(const char* what) {
@@ -80,8 +80,8 @@ bool WritePem(const std::string& path, mode_t mode, bool isKey, EVP_PKEY* key, X
 }
 
 // A new key and a self-signed certificate for it, written to the folder.
-bool Create(const std::string& folder, std::string* error) {
-  EVP_PKEY* key = EVP_RSA_gen(kKeyBits);
+bool Create(const std::string& folder, KeyKind kind, std::string* error) {
+  EVP_PKEY* key = kind == KeyKind::kRsa2048 ? EVP_RSA_gen(kRsaKeyBits) : EVP_EC_gen("P-256");
   X509* certificate = X509_new();
   bool ok = key && certificate;
   unsigned char serial[16];
@@ -157,7 +157,9 @@ bool Exists(const std::string& path) {
 Signer::Signer(std::string folder) : folder_(std::move(folder)) {}
 Signer::~Signer() = default;
 
-std::unique_ptr<Signer> Signer::Open(const std::string& folder, std::string* error) {
+KeyKind KeyKindNamed(const std::string& name) { return name == "rsa" ? KeyKind::kRsa2048 : KeyKind::kEcdsaP256; }
+
+std::unique_ptr<Signer> Signer::Open(const std::string& folder, KeyKind kind, std::string* error) {
   const bool hasKey = Exists(folder + "/signing-key.pem");
   const bool hasCertificate = Exists(folder + "/signing-cert.pem");
   // Half a pair is a fault to look at, not a reason to make a new key: the
@@ -169,7 +171,7 @@ std::unique_ptr<Signer> Signer::Open(const std::string& folder, std::string* err
              "certificate)";
     return nullptr;
   }
-  if (!hasKey && !Create(folder, error)) return nullptr;
+  if (!hasKey && !Create(folder, kind, error)) return nullptr;
   std::unique_ptr<Signer> signer(new Signer(folder));
   if (!signer->Reload(error)) return nullptr;
   return signer;
@@ -203,18 +205,23 @@ bool Names(const Signer::Keys& keys, const std::string& issuer, const std::strin
   return plat::EqualsIgnoringAsciiCase(issuer, keys.issuer) && SameSerial(serial, keys.serial);
 }
 
+// The reply and the number are fed to the digest in turn: nothing is
+// copied, and the only allocations are OpenSSL's own context.
 std::string SignWith(const Signer::Keys& keys, const std::vector<uint8_t>& reply, int32_t clientNumber) {
-  std::vector<uint8_t> signed_bytes(reply);
   const uint32_t number = static_cast<uint32_t>(clientNumber);
-  for (int i = 0; i < 4; ++i) signed_bytes.push_back(static_cast<uint8_t>(number >> (8 * i)));
-
+  const unsigned char numberBytes[4] = {static_cast<unsigned char>(number), static_cast<unsigned char>(number >> 8),
+                                        static_cast<unsigned char>(number >> 16),
+                                        static_cast<unsigned char>(number >> 24)};
+  unsigned char signature[512];  // RSA 4096 at most; an ECDSA P-256 signature is at most 72 bytes
+  std::size_t length = sizeof signature;
   EVP_MD_CTX* context = EVP_MD_CTX_new();
-  std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_get_size(keys.key)));
-  std::size_t length = signature.size();
-  const bool ok = context && EVP_DigestSignInit(context, nullptr, EVP_sha256(), nullptr, keys.key) == 1 &&
-                  EVP_DigestSign(context, signature.data(), &length, signed_bytes.data(), signed_bytes.size()) == 1;
+  const bool ok = context && EVP_PKEY_get_size(keys.key) <= static_cast<int>(sizeof signature) &&
+                  EVP_DigestSignInit(context, nullptr, EVP_sha256(), nullptr, keys.key) == 1 &&
+                  EVP_DigestSignUpdate(context, reply.data(), reply.size()) == 1 &&
+                  EVP_DigestSignUpdate(context, numberBytes, sizeof numberBytes) == 1 &&
+                  EVP_DigestSignFinal(context, signature, &length) == 1;
   EVP_MD_CTX_free(context);
-  return ok ? Base64Coder::Encode(signature.data(), length) : std::string();
+  return ok ? Base64Coder::Encode(signature, length) : std::string();
 }
 
 }  // namespace

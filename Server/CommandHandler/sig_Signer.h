@@ -1,10 +1,11 @@
 // Reply signing: the service's own key and self-signed certificate, made in
 // the data folder on first start (signing-key.pem, mode 0600, and
-// signing-cert.pem).
+// signing-cert.pem): an ECDSA P-256 key unless RSA 2048 is asked for. A
+// key found in the folder is used whatever its kind.
 //
-// Signature: RSA PKCS #1 v1.5 with SHA-256 over the reply bytes followed by
-// the client's number as a 32-bit little-endian signed integer; sent as
-// base64. A client names the certificate by its issuer (RFC 2253 text, as
+// Signature, with SHA-256 over the reply bytes followed by the client's
+// number as a 32-bit little-endian signed integer, sent as base64: for an
+// EC key ECDSA (the DER form, ECDSA-Sig-Value), for an RSA key PKCS #1 v1.5. A client names the certificate by its issuer (RFC 2253 text, as
 // `openssl x509 -noout -issuer -nameopt RFC2253` prints it) and its serial
 // number (hexadecimal, as `openssl x509 -noout -serial` prints it).
 //
@@ -24,12 +25,16 @@
 
 namespace sig {
 
+enum class KeyKind { kEcdsaP256, kRsa2048 };
+// "rsa" names RSA 2048; anything else ECDSA P-256.
+KeyKind KeyKindNamed(const std::string& name);
+
 class Signer {
  public:
   ~Signer();
-  // Loads the key and certificate from the folder, creating them when
-  // either is missing.
-  static std::unique_ptr<Signer> Open(const std::string& folder, std::string* error);
+  // Loads the key and certificate from the folder, creating a pair of the
+  // given kind when both are missing.
+  static std::unique_ptr<Signer> Open(const std::string& folder, KeyKind kind, std::string* error);
   // Loads them again (the certificate may have been replaced). *replaced
   // tells whether the certificate is another one than before; the one it
   // replaces is then kept as the previous one.

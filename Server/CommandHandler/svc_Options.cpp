@@ -15,6 +15,7 @@ const char* Usage() {
          "                       [--log-max-age DAYS] [--log-max-rows N] [--retention-interval SECONDS]\n"
          "                       [--upload-client-quota MIB] [--upload-total-quota MIB]\n"
          "                       [--vdi-slots N] [--vdi-task-timeout SECONDS] [--vdi-retry SECONDS]\n"
+         "                       [--signing-key ecdsa|rsa]\n"
          "       vgcr-cmdhandler --print-identity [--data DIR]\n"
          "       vgcr-cmdhandler [--data DIR] COMMAND ARGUMENTS...\n"
          "\n"
@@ -44,6 +45,9 @@ const char* Usage() {
          "                                this long leaves the queue; 1 to 86400 (default 600)\n"
          "  --vdi-retry SECONDS           what a waiting desktop is told to wait, 1 to 3600\n"
          "                                (default 30)\n"
+         "  --signing-key ecdsa|rsa       the key a data folder without one gets: ECDSA\n"
+         "                                P-256 (the default) or RSA 2048; a folder that has\n"
+         "                                a key keeps it\n"
          "  --print-identity              print the signing certificate's SA_ISR and SA_SN\n"
          "                                query values and exit\n"
          "\n"
@@ -138,6 +142,13 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
     } else if (!std::strcmp(arg, "--defaults")) {
       if (!value(&text)) return false;
       options->defaultsFolder = text;
+    } else if (!std::strcmp(arg, "--signing-key")) {
+      if (!value(&text)) return false;
+      if (std::strcmp(text, "ecdsa") != 0 && std::strcmp(text, "rsa") != 0) {
+        *error = "--signing-key takes ecdsa or rsa";
+        return false;
+      }
+      options->signingKey = text;
     } else if (const NumberOption* option = FindNumberOption(arg)) {
       int64_t n = 0;
       if (!value(&text)) return false;

@@ -20,6 +20,8 @@ struct Options {
   uint32_t vdiSlots = 5;                   // VDI tasks running at once per pool
   uint32_t vdiTaskTimeoutSeconds = 600;    // a silent running task dies; a silent queued desktop goes
   uint32_t vdiRetrySeconds = 30;           // what a waiting desktop is told
+  // The kind of key a new data folder gets; a folder that has a key keeps it.
+  std::string signingKey = "ecdsa";        // "ecdsa" (P-256) or "rsa" (2048 bits)
   bool printIdentity = false;              // print SA_ISR and SA_SN, then exit
   bool help = false;
   // An operator command and its arguments (svc_Admin), when one is given.

@@ -39,7 +39,7 @@ bool Service::Start(const Options& options, std::string* error) {
     *error = "cannot store the default sections: " + database_->LastError();
     return false;
   }
-  signer_ = sig::Signer::Open(options.dataFolder, error);
+  signer_ = sig::Signer::Open(options.dataFolder, sig::KeyKindNamed(options.signingKey), error);
   if (!signer_ || !KeepPrivate(options.dataFolder + "/signing-key.pem", 0600, error)) return false;
   const st::UploadQuotas quotas{int64_t{options.uploadClientQuotaMiB} << 20,
                                 int64_t{options.uploadTotalQuotaMiB} << 20};
@@ -100,7 +100,8 @@ bool Service::Start(const Options& options, std::string* error) {
 }
 
 void Service::Stop() {
-  if (!listeners_.empty()) {
+  const bool running = !listeners_.empty();
+  if (running) {
     stop_.Set();
     for (auto& listener : listeners_) listener->Join();
     listeners_.clear();
@@ -109,6 +110,13 @@ void Service::Stop() {
   if (uploadSweep_) uploadSweep_->Stop();
   // Every sender has been served: what is queued is all there will be.
   if (logs_) logs_->Stop();
+  if (running && database_) {
+    const db::Database::GroupStats groups = database_->Groups();
+    if (groups.commits > 0) {
+      Note("database: " + std::to_string(groups.commands) + " commands shared " + std::to_string(groups.commits) +
+           " commits");
+    }
+  }
   instance_.Release();
 }
 

@@ -199,6 +199,10 @@ TEST(LogOptions, RetentionOptionsAndTheCommandKeepItsOwn) {
   EXPECT_FALSE(Parse({"--log-max-age", "36501"}, &options, &error));
   EXPECT_FALSE(Parse({"--retention-interval", "0"}, &options, &error));
   EXPECT_FALSE(Parse({"--since", "2024-01-01"}, &options, &error)) << "only after a command";
+  EXPECT_FALSE(Parse({"--signing-key", "dsa"}, &options, &error));
+  EXPECT_EQ(options.signingKey, "ecdsa");
+  ASSERT_TRUE(Parse({"--signing-key", "rsa"}, &options, &error)) << error;
+  EXPECT_EQ(options.signingKey, "rsa");
   ASSERT_TRUE(Parse({"--log-max-age", "7", "--log-max-rows", "5", "--retention-interval", "30", "export-logs",
                      "virus_log", "--since", "2024-01-01", "--uid", "x"},
                     &options, &error))

@@ -1,6 +1,9 @@
 // The reply signature, checked the way a client checks it: with OpenSSL and
 // nothing but the certificate.
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -18,7 +21,7 @@ class Signer : public ::testing::Test {
   void SetUp() override {
     folder_ = MakeTempFolder();
     std::string error;
-    signer_ = sig::Signer::Open(folder_, &error);
+    signer_ = sig::Signer::Open(folder_, sig::KeyKind::kEcdsaP256, &error);
     ASSERT_TRUE(signer_) << error;
   }
   void TearDown() override { RemoveFolder(folder_); }
@@ -26,17 +29,39 @@ class Signer : public ::testing::Test {
   std::unique_ptr<sig::Signer> signer_;
 };
 
-TEST_F(Signer, ASignatureBindsTheReplyAndTheClientsNumber) {
-  const std::string reply = "1\n1795323842";
-  const std::string signature = signer_->Sign({reply.begin(), reply.end()}, -7);
-  EXPECT_TRUE(SignatureVerifies(signer_->CertificatePath(), reply, -7, signature));
-  EXPECT_FALSE(SignatureVerifies(signer_->CertificatePath(), "1\n1795323843", -7, signature)) << "another reply";
+// Either kind of key a new folder may get; a client verifies both the same
+// way, with the certificate alone.
+TEST(SignerKinds, ASignatureBindsTheReplyAndTheClientsNumber) {
+  const struct {
+    sig::KeyKind kind;
+    int keyType;
+  } kinds[] = {{sig::KeyKind::kEcdsaP256, EVP_PKEY_EC}, {sig::KeyKind::kRsa2048, EVP_PKEY_RSA}};
+  for (const auto& kind : kinds) {
+    const std::string folder = MakeTempFolder();
+    std::string error;
+    auto signer = sig::Signer::Open(folder, kind.kind, &error);
+    ASSERT_TRUE(signer) << error;
+    std::FILE* file = std::fopen(signer->CertificatePath().c_str(), "r");
+    ASSERT_NE(file, nullptr);
+    X509* certificate = PEM_read_X509(file, nullptr, nullptr, nullptr);
+    std::fclose(file);
+    ASSERT_NE(certificate, nullptr);
+    EXPECT_EQ(EVP_PKEY_get_base_id(X509_get0_pubkey(certificate)), kind.keyType);
+    X509_free(certificate);
+
+    const std::string reply = "1\n1795323842";
+    const std::string signature = signer->Sign({reply.begin(), reply.end()}, -7);
+    EXPECT_TRUE(SignatureVerifies(signer->CertificatePath(), reply, -7, signature));
+    EXPECT_FALSE(SignatureVerifies(signer->CertificatePath(), "1\n1795323843", -7, signature)) << "another reply";
+    EXPECT_FALSE(SignatureVerifies(signer->CertificatePath(), reply, 7, signature)) << "another number";
+    RemoveFolder(folder);
+  }
 }
 
 TEST_F(Signer, TheKeyIsMadeOnceAndKeptPrivate) {
   const std::string serial = signer_->Serial();
   std::string error;
-  auto again = sig::Signer::Open(folder_, &error);
+  auto again = sig::Signer::Open(folder_, sig::KeyKind::kEcdsaP256, &error);
   ASSERT_TRUE(again) << error;
   EXPECT_EQ(again->Serial(), serial);
   struct stat info {};
@@ -72,7 +97,7 @@ TEST_F(Signer, ASignatureAlwaysMatchesTheCertificateItIsToldFor) {
   fs::copy_file(signer_->CertificatePath(), first);
   const std::string other = MakeTempFolder();
   std::string error;
-  auto second = sig::Signer::Open(other, &error);
+  auto second = sig::Signer::Open(other, sig::KeyKind::kEcdsaP256, &error);
   ASSERT_TRUE(second) << error;
   const std::string firstIssuer = signer_->Issuer();
   const std::string firstSerial = signer_->Serial();

@@ -198,7 +198,7 @@ TEST_F(Updates, AWaitingSenderOfABadReportIsAnsweredAtOnce) {
 TEST_F(Updates, TheCertificateAClientTrustsIsStoredAndTold) {
   ASSERT_NO_FATAL_FAILURE(RegisterBoth());
   std::string error;
-  const auto signer = sig::Signer::Open(folder_, &error);  // the service's own files
+  const auto signer = sig::Signer::Open(folder_, sig::KeyKind::kEcdsaP256, &error);  // the service's own files
   ASSERT_TRUE(signer) << error;
   const std::u16string issuer = plat::FromUtf8(signer->Issuer());
   const std::u16string serial = plat::FromUtf8(signer->Serial());
@@ -232,7 +232,7 @@ TEST_F(Updates, TheCertificateAClientTrustsIsStoredAndTold) {
 void ReplaceKeys(const std::string& folder) {
   const std::string other = MakeTempFolder();
   std::string error;
-  ASSERT_TRUE(sig::Signer::Open(other, &error)) << error;
+  ASSERT_TRUE(sig::Signer::Open(other, sig::KeyKind::kEcdsaP256, &error)) << error;
   namespace fs = std::filesystem;
   for (const char* name : {"/signing-key.pem", "/signing-cert.pem"})
     fs::copy_file(other + name, folder + name, fs::copy_options::overwrite_existing);
@@ -250,7 +250,7 @@ class Refresh : public ::testing::Test {
     database_ = db::Database::Open(folder_ + "/cmdhandler.db", &error);
     ASSERT_TRUE(database_ && db::CreateSchema(*database_, &error)) << error;
     store_ = std::make_unique<st::Store>(*database_);
-    signer_ = sig::Signer::Open(folder_, &error);
+    signer_ = sig::Signer::Open(folder_, sig::KeyKind::kEcdsaP256, &error);
     ASSERT_TRUE(signer_) << error;
     logs_ = std::make_unique<st::LogWriter>(*database_);
     context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_});
@@ -301,12 +301,12 @@ TEST_F(Refresh, NothingIsReloadedForTheSerialInUse) {
 // reply it can verify with it, and the flag that makes it fetch the new one.
 TEST_F(Updates, RepliesForThePreviousCertificateAreSignedWithItsKeyAndFlagged) {
   std::string error;
-  auto before = sig::Signer::Open(folder_, &error);
+  auto before = sig::Signer::Open(folder_, sig::KeyKind::kEcdsaP256, &error);
   ASSERT_TRUE(before) << error;
   const std::string oldCertificate = folder_ + "/old-cert.pem";
   std::filesystem::copy_file(before->CertificatePath(), oldCertificate);
   ASSERT_NO_FATAL_FAILURE(ReplaceKeys(folder_));
-  auto after = sig::Signer::Open(folder_, &error);
+  auto after = sig::Signer::Open(folder_, sig::KeyKind::kEcdsaP256, &error);
   ASSERT_TRUE(after) << error;
   ocl_RefreshCertInfo(plat::FromUtf8(after->Serial()).c_str());
 

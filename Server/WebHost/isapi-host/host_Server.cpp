@@ -341,9 +341,9 @@ bool HostServer::Start(std::string* message) {
   // within it as a long line comes in, and clears all of it for every
   // request of a kept-alive connection: it is resident memory and CPU per
   // request, so it is the longest request line and a little room for the
-  // headers and the reply's head, no more (twice the line cost 14% of the
+  // headers and the reply's head (8 KiB), no more (twice the line cost 14% of the
   // rate of the cheapest request and 56 MB at 256 connections).
-  const size_t memoryLimit = size_t{options_.maxRequestLine} + 16384;
+  const size_t memoryLimit = size_t{options_.maxRequestLine} + 8192;
   // libmicrohttpd's own limit is a hard ceiling above ours: between the two
   // a connection is taken only to be answered 503 (ConnectionTable).
   const unsigned ceiling = options_.maxConnections + std::max(64u, options_.maxConnections / 4);
