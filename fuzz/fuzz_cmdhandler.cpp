@@ -35,7 +35,7 @@ struct World {
     store->LoadDefaults({{"MS_CFG", "[Manual_Scan]\r\n"}});
     char folder[] = "/tmp/vgcr-fuzz-XXXXXX";
     if (!::mkdtemp(folder)) std::abort();
-    signer = sig::Signer::Open(folder, &error);
+    signer = sig::Signer::Open(folder, sig::KeyKind::kEcdsaP256, &error);
     if (!signer) std::abort();
     std::filesystem::remove_all(folder);  // the keys stay loaded
     logs = std::make_unique<st::LogWriter>(*database);

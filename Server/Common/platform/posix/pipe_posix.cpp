@@ -130,28 +130,39 @@ bool PipeClient::Open(const char16_t* name) {
   return true;
 }
 
+// WaitNamedPipe: a connect that blocks while the listener's queue is full
+// is woken by the accept that makes room, as WaitNamedPipe is by an
+// instance coming free, so a busy pipe costs its waiters no polling and no
+// lag. The connection made is kept for this thread's next Open.
 bool PipeClient::WaitAvailable(const char16_t* name, uint32_t timeoutMs) {
   sockaddr_un addr;
   if (!PipeAddress(name, &addr)) return false;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
-    int fd = -1;
-    uint32_t err = TryConnect(addr, &fd);
-    if (err == kErrorSuccess) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) {
+      SetLastError(kErrorSemTimeout);
+      return false;
+    }
+    const int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+      SetLastError(ErrorFromErrno(errno));
+      return false;
+    }
+    timeval limit{static_cast<time_t>(left / 1000), static_cast<suseconds_t>(left % 1000 * 1000)};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0) {
       if (t_stash.fd >= 0) ::close(t_stash.fd);
       std::memcpy(t_stash.path, addr.sun_path, kSunPathSize);
       t_stash.fd = fd;
       return true;
     }
-    if (err != kErrorPipeBusy) {
-      SetLastError(err);
-      return false;
-    }
-    if (std::chrono::steady_clock::now() >= deadline) {
-      SetLastError(kErrorSemTimeout);
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    const int err = errno;
+    ::close(fd);
+    if (err == EINTR || err == EAGAIN) continue;  // EAGAIN: the time is out, said above
+    SetLastError(err == ENOENT || err == ECONNREFUSED ? kErrorFileNotFound : ErrorFromErrno(err));
+    return false;
   }
 }
 
