@@ -1,5 +1,8 @@
 // Registration, protection status, logon user, heartbeat, OPP reports,
 // firewall counts, update reports and the certificate a client trusts.
+#include <iterator>
+#include <vector>
+
 #include "db_Schema.h"
 #include "channel/rec_Lifecycle.h"
 #include "platform/text.h"
@@ -37,17 +40,33 @@ bool Store::Register(const uint8_t* block, std::size_t size, std::string* uid, b
   *uid = plat::ToUtf8(rec::GetText(block + uidField->offset, uidField->size / 2));
   if (uid->empty()) return false;
 
+  // The texts are converted before the database is taken: other commands
+  // wait for it, not for this block's ninety fields.
+  struct Value {
+    bool isText;
+    std::string text;
+    int64_t number;
+  };
+  std::vector<Value> values;
+  values.reserve(std::size(onstart::kFields));
+  for (const rec::Field& f : onstart::kFields) {
+    if (f.offset == uidField->offset) continue;
+    if (f.kind == rec::Kind::kText) {
+      values.push_back({true, plat::ToUtf8(rec::GetText(block + f.offset, f.size / 2)), 0});
+    } else {
+      values.push_back({false, {}, rec::GetNumber(block, f)});
+    }
+  }
   return db::InTransaction(database_, [&] {
     *isNew = !Known(database_, *uid);
     db::Statement s = database_.Prepare(sql);
     s.Bind(1, *uid);
     int index = 2;
-    for (const rec::Field& f : onstart::kFields) {
-      if (f.offset == uidField->offset) continue;
-      if (f.kind == rec::Kind::kText) {
-        s.Bind(index++, plat::ToUtf8(rec::GetText(block + f.offset, f.size / 2)));
+    for (const Value& value : values) {
+      if (value.isText) {
+        s.Bind(index++, value.text);
       } else {
-        s.Bind(index++, rec::GetNumber(block, f));
+        s.Bind(index++, value.number);
       }
     }
     return s.Run();
