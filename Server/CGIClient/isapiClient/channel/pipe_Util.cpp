@@ -12,24 +12,26 @@ namespace {
 
 constexpr char16_t kTraceSource[] = u".\\pipe_Util";
 
-struct ThreadWaits {
-  plat::Event localEvent;
-  plat::WaitableTimer replyTimer;
-};
-thread_local ThreadWaits t_waits;
+thread_local ThreadRoundTripObjects* t_kept = nullptr;
 
 }  // namespace
 
-plat::Event* ThreadLocalEvent() {
-  if (!t_waits.localEvent.IsOpen()) {
+ThreadRoundTripObjects::ThreadRoundTripObjects() : previous_(t_kept) { t_kept = this; }
+
+ThreadRoundTripObjects::~ThreadRoundTripObjects() { t_kept = previous_; }
+
+plat::Event* ThreadRoundTripObjects::LocalEvent() {
+  if (!localEvent_.IsOpen()) {
     char16_t name[64];
     fmt16::Format(name, 64, u"PIPE_OBJ_LOCAL_EVENT_%u", plat::CurrentThreadId());
-    if (!t_waits.localEvent.Create(name, false)) return nullptr;
+    if (!localEvent_.Create(name, false)) return nullptr;
   }
-  return &t_waits.localEvent;
+  return &localEvent_;
 }
 
-plat::WaitableTimer* ThreadReplyTimer() { return &t_waits.replyTimer; }
+plat::Event* ThreadLocalEvent() { return t_kept ? t_kept->LocalEvent() : nullptr; }
+
+plat::WaitableTimer* ThreadReplyTimer() { return t_kept ? t_kept->ReplyTimer() : nullptr; }
 
 bool PipeSendAndRecvW(const void* bytes, uint32_t length, const char16_t* replyPipeName,
                       const char16_t* servicePipeName, CPipeServer& server, plat::Event* localEvent) {

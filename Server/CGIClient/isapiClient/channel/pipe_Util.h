@@ -8,11 +8,32 @@
 
 #include "pipe_Server.h"
 
-// What a thread's round trips reuse instead of making and closing them each
-// time: the local event "PIPE_OBJ_LOCAL_EVENT_<thread id>" (null when it
-// cannot be made: Initial then makes one itself, or traces why not) and
-// the reply timer. A thread makes one round trip at a time, so they are
-// never in use twice; they are closed when the thread ends.
+// What a thread's round trips may reuse instead of making and closing them
+// each time: the local event "PIPE_OBJ_LOCAL_EVENT_<thread id>" and the
+// reply timer. A thread that makes many round trips (a pool worker) keeps
+// them for its lifetime by holding one of these on its stack; they are made
+// on its first round trip and closed when it goes. A thread makes one round
+// trip at a time, so they are never in use twice. (An object the thread
+// owns, not a thread_local with a destructor: those are not run reliably by
+// every toolchain this builds with.)
+class ThreadRoundTripObjects {
+ public:
+  ThreadRoundTripObjects();
+  ~ThreadRoundTripObjects();
+  ThreadRoundTripObjects(const ThreadRoundTripObjects&) = delete;
+  ThreadRoundTripObjects& operator=(const ThreadRoundTripObjects&) = delete;
+
+  plat::Event* LocalEvent();  // null when it cannot be made
+  plat::WaitableTimer* ReplyTimer() { return &replyTimer_; }
+
+ private:
+  plat::Event localEvent_;
+  plat::WaitableTimer replyTimer_;
+  ThreadRoundTripObjects* previous_;
+};
+
+// This thread's, or null when it keeps none: the round trip then makes its
+// own (CPipeServer::Initial makes the event, or traces why it cannot).
 plat::Event* ThreadLocalEvent();
 plat::WaitableTimer* ThreadReplyTimer();
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <system_error>
 
+#include "channel/pipe_Util.h"
+
 unsigned CThreadPool::DefaultWorkerCount() {
   if (const char* configured = std::getenv("VGCR_WORKERS")) {
     int n = std::atoi(configured);
@@ -47,6 +49,9 @@ CThreadPool::Queued CThreadPool::QueueRequest(EXTENSION_CONTROL_BLOCK* ecb) {
 }
 
 void CThreadPool::Run() {
+  // A worker makes one round trip after another: it keeps their local event
+  // and reply timer rather than making and closing them for each.
+  ThreadRoundTripObjects roundTrips;
   for (;;) {
     EXTENSION_CONTROL_BLOCK* ecb = nullptr;
     {

@@ -2,11 +2,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "channel/cmdal2_OutputCmd.h"
 #include "channel/ocl_Command.h"
+#include "channel/pipe_Util.h"
 #include "channel_fixture.h"
 #include "platform/process.h"
 #include "server_folder.h"
@@ -114,7 +116,11 @@ TEST_F(Channel, ConcurrentRoundTripsEachGetTheirOwnReply) {
   std::atomic<int> matched{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 6; ++t) {
-    threads.emplace_back([&] {
+    threads.emplace_back([&, t] {
+      // Half the threads keep their round trips' event and timer, as pool
+      // workers do; the others make them per round trip.
+      std::optional<ThreadRoundTripObjects> kept;
+      if (t % 2 == 0) kept.emplace();
       for (int i = 0; i < 4; ++i) {
         CMsgSerializer message(u"CMDHLV2_HEARTBEAT_NOTIFY");
         const std::u16string identifier = message.Identifier();
@@ -127,6 +133,28 @@ TEST_F(Channel, ConcurrentRoundTripsEachGetTheirOwnReply) {
   }
   for (auto& t : threads) t.join();
   EXPECT_EQ(matched.load(), 24);
+}
+
+// A thread's kept timer carries nothing over: after a round trip that ran
+// out of time, the next one waits its full time again and gets its own
+// reply, not the late one.
+TEST_F(Channel, AKeptTimerStartsAfreshForEachRoundTrip) {
+  Reply late = EchoReply(1);
+  late.delayMs = kTestReplyTimeoutMs + 500;
+  peer_.Script(u"CMDHLV2_CHECK_CLIENT_EXIST", late);
+  Reply slow = EchoReply(2);
+  slow.delayMs = kTestReplyTimeoutMs / 2;
+  peer_.Script(u"CMDHLV2_HEARTBEAT_NOTIFY", slow);
+  ThreadRoundTripObjects kept;
+  CMsgSerializer first(u"CMDHLV2_CHECK_CLIENT_EXIST");
+  EXPECT_FALSE(cmdal2_SendAndRecv(first, first.Identifier().c_str()));
+  for (int i = 0; i < 2; ++i) {
+    CMsgSerializer next(u"CMDHLV2_HEARTBEAT_NOTIFY");
+    ASSERT_TRUE(cmdal2_SendAndRecv(next, next.Identifier().c_str())) << "round trip " << i;
+    int32_t number = 0;
+    ASSERT_TRUE(ser::ReadI32(next, &number));
+    EXPECT_EQ(number, 2);
+  }
 }
 
 TEST_F(Channel, FileBackedMessageIsReadFromItsFileAndTheFileRemoved) {
