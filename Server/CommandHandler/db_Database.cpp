@@ -133,10 +133,15 @@ Database::GroupStats Database::Groups() const {
   return stats_;
 }
 
+bool Database::TransactionOpen() const { return sqlite3_get_autocommit(connection_) == 0; }
+
 void Database::SettleGroup() {
   Group& group = *group_;
-  group.committed = Exec("COMMIT");
-  if (!group.committed) Exec("ROLLBACK");
+  // Some failures (a full disk, an I/O error) make SQLite roll back the
+  // whole transaction, not only the savepoint that failed: then there is
+  // nothing to commit, and the group has failed.
+  group.committed = TransactionOpen() && Exec("COMMIT");
+  if (!group.committed && TransactionOpen()) Exec("ROLLBACK");
   group.settled = true;
   if (group.members > 1) {
     ++stats_.commits;
@@ -148,19 +153,31 @@ void Database::SettleGroup() {
 
 namespace {
 
-// The guard's lock, counted as queued while it is awaited: the group's
-// last member is the one that finds nobody queued.
+// Counts a thread as queued while it waits for the database's lock: the
+// group's last member is the one that finds nobody queued.
+class Queued {
+ public:
+  explicit Queued(std::atomic<int>& queued) : queued_(queued) { queued_.fetch_add(1); }
+  ~Queued() { queued_.fetch_sub(1); }
+  Queued(const Queued&) = delete;
+  Queued& operator=(const Queued&) = delete;
+
+ private:
+  std::atomic<int>& queued_;
+};
+
 std::unique_lock<std::mutex> TakeQueued(std::mutex& lock, std::atomic<int>& queued) {
-  queued.fetch_add(1);
-  std::unique_lock guard(lock);
-  queued.fetch_sub(1);
-  return guard;
+  Queued counted(queued);
+  return std::unique_lock(lock);
 }
 
 }  // namespace
 
 Transaction::Transaction(Database& database)
     : database_(database), guard_(TakeQueued(database.lock_, database.queued_)) {
+  // A group whose transaction SQLite has rolled back is over: its members
+  // learn that it failed, and this command begins another.
+  if (database_.group_ && !database_.TransactionOpen()) database_.SettleGroup();
   if (!database_.group_ && !BeginGroup()) return;
   begun_ = database_.Exec("SAVEPOINT command");
   if (!begun_) SettleIfLast();
@@ -169,46 +186,53 @@ Transaction::Transaction(Database& database)
 // Another process writing (the sqlite3 shell, a backup) makes BEGIN
 // IMMEDIATE busy. The wait for it is taken without the lock, so that the
 // commands queued behind are not held too, and it is short: a command that
-// cannot begin fails, and its requester is answered at once.
+// cannot begin fails, and its requester is answered at once. Only BEGIN
+// itself runs without SQLite's busy wait: whoever takes the lock meanwhile
+// finds the usual one.
 bool Transaction::BeginGroup() {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyWaitMs);
-  database_.SetBusyWait(0);
-  bool begun = false;
+  auto group = std::make_shared<Database::Group>();  // made first: nothing can fail once BEGIN has run
   for (;;) {
-    begun = database_.Exec("BEGIN IMMEDIATE");
-    if (begun || !database_.Busy() || std::chrono::steady_clock::now() >= deadline) break;
+    database_.SetBusyWait(0);
+    const bool begun = database_.Exec("BEGIN IMMEDIATE");
+    const bool busy = !begun && database_.Busy();
+    database_.SetBusyWait(Database::kStatementBusyWaitMs);
+    if (begun) {
+      database_.group_ = std::move(group);
+      return true;
+    }
+    if (!busy || std::chrono::steady_clock::now() >= deadline) return false;
     guard_.unlock();
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     guard_.lock();
-    if (database_.group_) {  // another command began one meanwhile: join it
-      begun = true;
-      break;
-    }
+    if (database_.group_) return true;  // another command began one meanwhile: join it
   }
-  database_.SetBusyWait(Database::kStatementBusyWaitMs);
-  if (begun && !database_.group_) database_.group_ = std::make_shared<Database::Group>();
-  return begun;
 }
 
 void Transaction::SettleIfLast() {
-  if (database_.group_ && database_.queued_.load() == 0) database_.SettleGroup();
+  if (!database_.group_) return;
+  if (database_.queued_.load() == 0 || !database_.TransactionOpen()) database_.SettleGroup();
+}
+
+// Undoes this command's work alone; the group goes on (unless SQLite has
+// rolled back all of it, which SettleIfLast sees).
+void Transaction::Undo() {
+  if (database_.TransactionOpen()) {
+    database_.Exec("ROLLBACK TO command");
+    database_.Exec("RELEASE command");
+  }
+  SettleIfLast();
 }
 
 Transaction::~Transaction() {
-  if (begun_ && !done_) {
-    database_.Exec("ROLLBACK TO command");
-    database_.Exec("RELEASE command");
-    SettleIfLast();
-  }
+  if (begun_ && !done_) Undo();
 }
 
 bool Transaction::Commit() {
   if (!begun_ || done_) return false;
   done_ = true;
-  if (!database_.Exec("RELEASE command")) {
-    database_.Exec("ROLLBACK TO command");
-    database_.Exec("RELEASE command");
-    SettleIfLast();
+  if (!database_.TransactionOpen() || !database_.Exec("RELEASE command")) {
+    Undo();
     return false;
   }
   std::shared_ptr<Database::Group> group = database_.group_;

@@ -101,6 +101,9 @@ class Database {
     bool committed = false;
   };
   explicit Database(sqlite3* connection) : connection_(connection) {}
+  // Whether a transaction is open on the connection (SQLite may have
+  // rolled one back by itself after a failure).
+  bool TransactionOpen() const;
   // Commits (or, when that fails, rolls back) the open group and wakes its
   // members. Called with the lock held.
   void SettleGroup();
@@ -131,6 +134,7 @@ class Transaction {
   bool BeginGroup();
   // With nobody queued behind, the open group is committed now.
   void SettleIfLast();
+  void Undo();
   Database& database_;
   std::unique_lock<std::mutex> guard_;
   bool begun_ = false;

@@ -299,6 +299,9 @@ std::string Uploads::Store(const tagCln_UploadFile& record, std::string_view kin
   // inside the transaction, and a commit that fails takes the file away
   // again. A service that dies between the two leaves a file no row names,
   // which the sweep removes.
+  // files_ is held across the commit (which may wait for the rest of its
+  // group): nothing may take files_ while holding the database, or the two
+  // would wait for each other. The sweep takes files_ first, as here.
   std::lock_guard files(files_);
   db::Transaction transaction(database_);
   if (!transaction.ok()) return "the database failed";

@@ -35,6 +35,7 @@ CPipeServer::~CPipeServer() { Close(); }
 void CPipeServer::Close() {
   instances_.clear();
   timer_ = nullptr;  // a given timer stays open; each Recv arms it afresh
+  timerArmed_ = false;
   ownTimer_.Close();
   ownEvent_.Close();
   localEvent_ = nullptr;
@@ -126,14 +127,17 @@ void CPipeServer::Reconnect(Instance& instance) {
 }
 
 plat::WaitHandle CPipeServer::ExtraHandle() const {
-  if (timer_) return timer_->Handle();
+  if (timerArmed_) return timer_->Handle();
   return localEvent_ ? localEvent_->Handle() : plat::WaitHandle{};
 }
 
 int CPipeServer::Recv(void* buffer, uint32_t* length, uint32_t* clientPid) {
   extraSignalled_ = false;
   if (instances_.empty() || length == nullptr) return 0;
-  if (timer_ && !timer_->Arm(replyTimeoutMs_)) {
+  timerArmed_ = timer_ && timer_->Arm(replyTimeoutMs_);
+  if (timer_ && !timerArmed_) {
+    // The wait goes on without it: a kept timer may still hold the last
+    // round trip's expiry, which must not end this one.
     VGCR_TRACE(5, u"SetWaitableTimer failed (%d)\n", plat::LastError());
   }
   const auto count = static_cast<uint32_t>(instances_.size());

@@ -62,6 +62,7 @@ class CPipeServer {
   plat::WaitableTimer ownTimer_;
   plat::WaitableTimer* givenTimer_;
   plat::WaitableTimer* timer_ = nullptr;  // the one in use; null without a reply timeout
+  bool timerArmed_ = false;               // by the last Recv: only then is it waited on
   uint32_t replyTimeoutMs_;
   bool extraSignalled_ = false;
 };

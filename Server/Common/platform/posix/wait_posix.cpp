@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <limits>
 
 #include "platform/errors.h"
 #include "platform/handle.h"
@@ -16,11 +17,21 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// What is left of the wait as poll() takes it: -1 for ever, rounded up so
+// that a wait never ends early, at most INT_MAX.
 int MillisecondsLeft(uint32_t timeoutMs, Clock::time_point deadline) {
   if (timeoutMs == kInfinite) return -1;
-  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-  return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  if (left <= 0) return 0;
+  return left > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max() : static_cast<int>(left);
 }
+
+// A wake-one sleep never lasts longer than this before looking again: on
+// kernels that send two wake-ups to one sleeper, a client must not wait in
+// the backlog until that thread is done with the first.
+constexpr int kWakeOneSliceMs = 100;
+
+int SliceOf(int waitMs) { return waitMs < 0 || waitMs > kWakeOneSliceMs ? kWakeOneSliceMs : waitMs; }
 
 // The lowest signalled index, kWaitTimeout when none is, as the poll said.
 uint32_t FirstSignalled(const pollfd* fds, uint32_t count) {
@@ -72,13 +83,14 @@ uint32_t WaitWithEpoll(const WaitHandle* handles, pollfd* fds, uint32_t count, u
   } else {
     for (;;) {
       epoll_event ready[8];
-      const int n = ::epoll_wait(set, ready, 8, MillisecondsLeft(timeoutMs, deadline));
+      const int waitMs = MillisecondsLeft(timeoutMs, deadline);
+      const int n = ::epoll_wait(set, ready, 8, SliceOf(waitMs));
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
         SetLastError(ErrorFromErrno(errno));
         break;
       }
-      if (n == 0) {
+      if (n == 0 && waitMs >= 0 && waitMs <= kWakeOneSliceMs) {
         result = kWaitTimeout;
         break;
       }
