@@ -14,6 +14,7 @@
 #include "st_Defaults.h"
 #include "st_Sections.h"
 #include "st_Store.h"
+#include "svc_Clients.h"
 #include "svc_Export.h"
 #include "svc_Service.h"
 
@@ -147,6 +148,44 @@ int ExportLogsCommand(const Options& options) {
   return 0;
 }
 
+// clients [--seen-before TIME] [--release R] [--json]
+int ClientsCommand(const Options& options) {
+  const std::vector<std::string>& args = options.command;
+  ClientFilter filter;
+  bool json = false;
+  for (std::size_t i = 1; i < args.size(); ++i) {
+    if (args[i] == "--json") {
+      json = true;
+    } else if (args[i] == "--seen-before" && i + 1 < args.size() && IsTimeText(args[i + 1])) {
+      filter.seenBefore = args[++i];
+    } else if (args[i] == "--release" && i + 1 < args.size() && !args[i + 1].empty()) {
+      filter.release = args[++i];
+    } else {
+      return Fail("clients [--seen-before 'YYYY-MM-DD hh:mm:ss'] [--release R] [--json]", 2);
+    }
+  }
+  Admin admin;
+  std::string error;
+  if (!Open(options, &admin, &error)) return Fail(error);
+  if (!ListClients(*admin.database, filter, json, std::cout, &error)) return Fail(error);
+  return 0;
+}
+
+// client UID [--json]
+int ClientCommand(const Options& options) {
+  const std::vector<std::string>& args = options.command;
+  const bool json = args.size() == 3 && args[2] == "--json";
+  if (args.size() != 2 && !json) return Fail("client UID [--json]", 2);
+  if (!IsUid(args[1])) return Fail("UID is a GUID without braces, as the client sends it", 2);
+  Admin admin;
+  std::string error;
+  if (!Open(options, &admin, &error)) return Fail(error);
+  bool known = false;
+  if (!ShowClient(*admin.database, args[1], json, std::cout, &known, &error)) return Fail(error);
+  if (!known) return Fail("no client " + args[1]);
+  return 0;
+}
+
 struct AdminCommand {
   const char* name;
   std::size_t minArgs, maxArgs;  // after the name
@@ -167,6 +206,8 @@ int RunAdmin(const Options& options) {
   const std::vector<std::string>& args = options.command;
   if (args[0] == "sections") return Sections();
   if (args[0] == "export-logs") return ExportLogsCommand(options);
+  if (args[0] == "clients") return ClientsCommand(options);
+  if (args[0] == "client") return ClientCommand(options);
   for (const AdminCommand& command : kCommands) {
     if (args[0] != command.name) continue;
     const std::size_t given = args.size() - 1;

@@ -101,6 +101,12 @@ std::string JsonString(std::string_view text) {
   return json + "\"";
 }
 
+std::string RowAsJson(const db::Statement& s) {
+  std::string json = "{";
+  for (int i = 0; i < s.Columns(); ++i) json += (i ? "," : "") + JsonString(s.ColumnName(i)) + ":" + JsonValue(s, i);
+  return json + "}";
+}
+
 bool IsTimeText(std::string_view text) {
   // d: a digit; anything else stands for itself.
   constexpr std::string_view kDate = "dddd-dd-dd", kTime = " dd:dd:dd";
@@ -130,15 +136,7 @@ bool ExportLogs(db::Database& database, const logrec::Layout& layout, const Expo
   db::Statement s = database.Prepare(SelectSql(layout, filter));
   if (!filter.since.empty()) s.Bind(1, filter.since);
   if (!filter.uid.empty()) s.Bind(2, filter.uid);
-  std::vector<std::string> names;
-  for (int i = 0; i < s.Columns(); ++i) names.push_back(JsonString(s.ColumnName(i)) + ":");
-  std::string line;
-  while (s.Step()) {
-    line = "{";
-    for (int i = 0; i < s.Columns(); ++i) line += (i ? "," : "") + names[static_cast<std::size_t>(i)] + JsonValue(s, i);
-    line += "}\n";
-    out << line;
-  }
+  while (s.Step()) out << RowAsJson(s) << '\n';
   out.flush();
   if (s.failed() || !out) {
     *error = s.failed() ? "reading " + std::string(layout.table) + " failed: " + database.LastError()

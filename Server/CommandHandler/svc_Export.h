@@ -16,6 +16,9 @@ namespace svc {
 // shell may hold any) replaced by U+FFFD so that the line stays JSON.
 std::string JsonString(std::string_view text);
 
+// The statement's current row as one JSON object, every column by its name.
+std::string RowAsJson(const db::Statement& s);
+
 // A --since value: "YYYY-MM-DD", optionally followed by " hh:mm:ss" and
 // fractions of a second, as the tables keep times.
 bool IsTimeText(std::string_view text);

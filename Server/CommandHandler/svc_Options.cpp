@@ -63,7 +63,12 @@ const char* Usage() {
          "  sections                      the sections and the config events they make\n"
          "                                pending\n"
          "  export-logs TABLE [--since 'YYYY-MM-DD hh:mm:ss'] [--uid UID]\n"
-         "                                the log table's rows as JSON Lines, oldest first\n"
+         "                                the log table's rows as JSON Lines, oldest first\n"         "  clients [--seen-before 'YYYY-MM-DD hh:mm:ss'] [--release R] [--json]\n"
+         "                                the clients, the most recently seen first (times\n"
+         "                                UTC); --json: JSON Lines\n"
+         "  client UID [--json]           one client: its registration, protection status,\n"
+         "                                logon user, polling state, own sections, pending\n"
+         "                                config records and its logs by kind\n"
          "\n"
          "Pipes live in $VGCR_PIPE_DIR; spill files and uploads are taken from\n"
          "$VGCR_LOCAL_PATH.\n"
@@ -119,7 +124,12 @@ const NumberOption* FindNumberOption(const char* arg) {
 }
 
 // The options an operator command takes after its name, each with a value.
-bool IsCommandOption(const char* arg) { return !std::strcmp(arg, "--since") || !std::strcmp(arg, "--uid"); }
+bool IsCommandOption(const char* arg) {
+  for (const char* name : {"--since", "--uid", "--seen-before", "--release"}) {
+    if (!std::strcmp(arg, name)) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -161,6 +171,8 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
       if (!value(&text)) return false;
       options->command.emplace_back(arg);
       options->command.emplace_back(text);
+    } else if (!options->command.empty() && !std::strcmp(arg, "--json")) {
+      options->command.emplace_back(arg);
     } else if (!std::strcmp(arg, "--quiet")) {
       options->quiet = true;
     } else if (!std::strcmp(arg, "--print-identity")) {

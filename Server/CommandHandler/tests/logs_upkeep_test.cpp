@@ -212,6 +212,13 @@ TEST(LogOptions, RetentionOptionsAndTheCommandKeepItsOwn) {
   EXPECT_EQ(options.retentionIntervalSeconds, 30u);
   EXPECT_EQ(options.command,
             (std::vector<std::string>{"export-logs", "virus_log", "--since", "2024-01-01", "--uid", "x"}));
+  svc::Options listing;
+  ASSERT_TRUE(Parse({"clients", "--seen-before", "2026-01-01", "--release", "14.0", "--json"}, &listing, &error))
+      << error;
+  EXPECT_EQ(listing.command,
+            (std::vector<std::string>{"clients", "--seen-before", "2026-01-01", "--release", "14.0", "--json"}));
+  svc::Options bare;
+  EXPECT_FALSE(Parse({"--json"}, &bare, &error)) << "only after a command";
 }
 
 }  // namespace
