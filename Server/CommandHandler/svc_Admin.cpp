@@ -39,7 +39,13 @@ bool ReadText(const std::string& path, std::string* text, std::string* error) {
     }
     bytes << file.rdbuf();
   }
-  *text = st::WithCrLf(bytes.str());
+  const std::string raw = bytes.str();
+  if (const std::size_t at = FirstNonText(raw); at != std::string::npos) {
+    *error = path + " is not text (at byte " + std::to_string(at) +
+             ": a NUL byte or bytes that are not UTF-8); settings and messages are UTF-8 text";
+    return false;
+  }
+  *text = st::WithCrLf(raw);
   return true;
 }
 
@@ -108,7 +114,6 @@ int Alert(st::Store& store, const std::vector<std::string>& args) {
   std::string text, error;
   if (!ReadText(args[2], &text, &error)) return Fail(error);
   const std::string uid = args.size() > 3 ? args[3] : "";
-  if (!uid.empty() && !IsUid(uid)) return Fail("UID is a GUID without braces", 2);
   int64_t id = 0;
   if (!store.AddAlertMessage(uid, kind, text, &id)) return Fail("not stored");
   std::printf("alert message %lld of kind %d for %s\n", static_cast<long long>(id), kind,
@@ -191,13 +196,14 @@ struct AdminCommand {
   std::size_t minArgs, maxArgs;  // after the name
   int (*run)(st::Store& store, const std::vector<std::string>& args);
   bool takesUidAndSection;
+  std::size_t uidAt;  // the argument that is an optional uid; 0: none
 };
 
 constexpr AdminCommand kCommands[] = {
-    {"set-section", 3, 3, SetSection, true},
-    {"clear-section", 2, 2, ClearSection, true},
-    {"update-order", 1, 1, UpdateOrder, false},
-    {"alert", 2, 3, Alert, false},
+    {"set-section", 3, 3, SetSection, true, 0},
+    {"clear-section", 2, 2, ClearSection, true, 0},
+    {"update-order", 1, 1, UpdateOrder, false, 0},
+    {"alert", 2, 3, Alert, false, 3},
 };
 
 }  // namespace
@@ -212,13 +218,20 @@ int RunAdmin(const Options& options) {
     if (args[0] != command.name) continue;
     const std::size_t given = args.size() - 1;
     if (given < command.minArgs || given > command.maxArgs) return Fail("wrong arguments; see --help", 2);
+    std::string uid;
     if (command.takesUidAndSection) {
-      if (!IsUid(args[1])) return Fail("UID is a GUID without braces, as the client sends it", 2);
+      uid = args[1];
       if (!st::FindSection(args[2])) return Fail("unknown section " + args[2] + "; one of " + SectionNames(), 2);
+    } else if (command.uidAt != 0 && args.size() > command.uidAt) {
+      uid = args[command.uidAt];
     }
+    if (!uid.empty() && !IsUid(uid)) return Fail("UID is a GUID without braces, as the client sends it", 2);
     Admin admin;
     std::string error;
     if (!Open(options, &admin, &error)) return Fail(error);
+    // A change for a uid no client registered would wait for nobody.
+    bool known = true;
+    if (!uid.empty() && (!admin.store->IsKnown(uid, &known) || !known)) return Fail("no client " + uid);
     return command.run(*admin.store, args);
   }
   return Fail("unknown command " + args[0] + "; see --help", 2);

@@ -101,6 +101,15 @@ std::string JsonString(std::string_view text) {
   return json + "\"";
 }
 
+std::size_t FirstNonText(std::string_view text) {
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t n = SequenceLength(text, i);
+    if (n == 0 || text[i] == '\0') return i;
+    i += n;
+  }
+  return std::string_view::npos;
+}
+
 std::string RowAsJson(const db::Statement& s) {
   std::string json = "{";
   for (int i = 0; i < s.Columns(); ++i) json += (i ? "," : "") + JsonString(s.ColumnName(i)) + ":" + JsonValue(s, i);

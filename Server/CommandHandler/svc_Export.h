@@ -16,6 +16,10 @@ namespace svc {
 // shell may hold any) replaced by U+FFFD so that the line stays JSON.
 std::string JsonString(std::string_view text);
 
+// Where text stops being text an operator may store (a NUL byte, or bytes
+// that are not UTF-8); npos when it is all text.
+std::size_t FirstNonText(std::string_view text);
+
 // The statement's current row as one JSON object, every column by its name.
 std::string RowAsJson(const db::Statement& s);
 

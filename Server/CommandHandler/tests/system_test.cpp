@@ -162,6 +162,15 @@ TEST_P(BothModes, UpdateOrderAndAlertMessagesFromTheOperator) {
   EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "alert", "2", alert}).Wait(), 2) << "a kind no client asks for";
   EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, "NO_SUCH", alert}).Wait(), 2);
   EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", "not-a-uid", "MS_CFG", alert}).Wait(), 2);
+  const char* stranger = "00000000-0000-4000-8000-0000000000FF";
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", stranger, "MS_CFG", alert}).Wait(), 1)
+      << "no such client";
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "alert", "128", alert, stranger}).Wait(), 1);
+  const std::string binary = folder_ + "/binary.ini";
+  std::ofstream(binary, std::ios::binary) << std::string("[Manual_Scan]\nA=\0\xFF\n", 19);
+  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, "MS_CFG", binary}).Wait(), 1)
+      << "not text";
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM client_sections"), "0") << "nothing refused was stored";
 }
 
 TEST_P(BothModes, EveryLogTypeLandsInItsTableWithItsFields) {
