@@ -129,7 +129,7 @@ std::unique_lock<std::mutex> Database::Lock() {
 }
 
 Database::GroupStats Database::Groups() const {
-  std::lock_guard guard(const_cast<std::mutex&>(lock_));
+  std::lock_guard guard(lock_);
   return stats_;
 }
 

@@ -13,13 +13,13 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <atomic>
-#include <condition_variable>
 #include <string>
 
 namespace db {
@@ -109,7 +109,7 @@ class Database {
   void SettleGroup();
   sqlite3* connection_;
   std::map<std::string, sqlite3_stmt*> cache_;
-  std::mutex lock_;
+  mutable std::mutex lock_;
   std::condition_variable settled_;
   std::atomic<int> queued_{0};   // transactions waiting for the lock
   std::shared_ptr<Group> group_;  // the open group, null when none

@@ -81,19 +81,4 @@ TEST_F(GroupCommit, CommitSaysWhatTheDatabaseHolds) {
   EXPECT_GT(database_->Groups().commits, 0u);
 }
 
-// Work done outside a transaction (a read, an operator's statement) never
-// runs inside a group left open: taking the database commits it first.
-TEST_F(GroupCommit, TakingTheDatabaseAloneLeavesNoGroupOpen) {
-  ASSERT_TRUE(db::InTransaction(*database_, [&] {
-    return database_->Prepare("INSERT INTO rows (thread, n) VALUES (1, 1)").Run();
-  }));
-  {
-    const auto lock = database_->Lock();
-    EXPECT_TRUE(database_->Exec("BEGIN IMMEDIATE")) << "a transaction was still open";
-    EXPECT_TRUE(database_->Exec("COMMIT"));
-  }
-  DbProbe probe(path_);
-  EXPECT_EQ(probe.Value("SELECT COUNT(*) FROM rows"), "1");
-}
-
 }  // namespace

@@ -137,8 +137,11 @@ int CPipeServer::Recv(void* buffer, uint32_t* length, uint32_t* clientPid) {
   timerArmed_ = timer_ && timer_->Arm(replyTimeoutMs_);
   if (timer_ && !timerArmed_) {
     // The wait goes on without it: a kept timer may still hold the last
-    // round trip's expiry, which must not end this one.
+    // round trip's expiry, which must not end this one. The local event
+    // takes its place; a kept one is cleared of anything an earlier round
+    // trip left.
     VGCR_TRACE(5, u"SetWaitableTimer failed (%d)\n", plat::LastError());
+    if (localEvent_) localEvent_->Reset();
   }
   const auto count = static_cast<uint32_t>(instances_.size());
   plat::WaitHandle handles[kMaxInstances + 1];

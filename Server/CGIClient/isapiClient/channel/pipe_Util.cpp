@@ -26,9 +26,6 @@ plat::Event* ThreadRoundTripObjects::LocalEvent() {
     fmt16::Format(name, 64, u"PIPE_OBJ_LOCAL_EVENT_%u", plat::CurrentThreadId());
     if (!localEvent_.Create(name, false)) return nullptr;
   }
-  // Nothing sets it today; were anything to, it must not end the next
-  // round trip's wait too.
-  localEvent_.Reset();
   return &localEvent_;
 }
 
