@@ -69,6 +69,10 @@ class ConnectionTable {
   void StopSweeper();
 
   uint64_t refusedCount() const { return refused_.load(); }
+  uint32_t openCount() {
+    std::lock_guard lock(mutex_);
+    return admitted_;
+  }
   uint64_t cutCount() const { return cut_.load(); }
 
   static int64_t NowMs();

@@ -9,6 +9,7 @@ std::string Usage() {
          "                  [--threads N] [--adapter-workers N] [--path URL-PATH]\n"
          "                  [--max-connections N] [--max-per-address N] [--stop-grace SECONDS]\n"
          "                  [--request-deadline SECONDS] [--min-body-rate BYTES]\n"
+         "                  [--metrics ADDR:PORT]\n"
          "Serves an ISAPI extension at /vigilcrest/cgi/isapiClient.dll (or --path).\n"
          "IIS mode by default: requests complete asynchronously; --adapter calls the\n"
          "extension synchronously without path-info, as an Apache adapter does.\n"
@@ -22,7 +23,11 @@ std::string Usage() {
          "On SIGINT or SIGTERM it stops accepting, gives requests in\n"
          "flight --stop-grace seconds (30), unloads the extension, which waits for its\n"
          "workers (each request is bounded by its own pipe waits), and only then closes\n"
-         "the connections.\n";
+         "the connections.\n"
+         "--metrics serves /metrics (Prometheus text: the extension's counters and the\n"
+         "host's connections) and /healthz (200 when a round trip to the command-handler\n"
+         "service succeeds within 2 s, else 503 and why) on a listener of its own; off\n"
+         "by default.\n";
 }
 
 namespace {
@@ -62,6 +67,16 @@ bool Number(const char* text, uint64_t max, uint64_t* out) {
   return true;
 }
 
+bool AddressAndPort(const char* value, std::string* address, uint16_t* port) {
+  const std::string text = value;
+  const std::size_t colon = text.rfind(':');
+  uint64_t n = 0;
+  if (colon == std::string::npos || colon == 0 || !Number(text.c_str() + colon + 1, 65535, &n)) return false;
+  *address = text.substr(0, colon);
+  *port = static_cast<uint16_t>(n);
+  return true;
+}
+
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
@@ -89,14 +104,17 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
       ++i;
     } else if (std::strcmp(arg, "--listen") == 0) {
       if (!need("ADDR:PORT")) return false;
-      std::string text = value;
-      std::size_t colon = text.rfind(':');
-      if (colon == std::string::npos || !Number(text.c_str() + colon + 1, 65535, &n)) {
+      if (!AddressAndPort(value, &o->address, &o->port)) {
         *message = "--listen wants ADDR:PORT, for example 127.0.0.1:8080";
         return false;
       }
-      o->address = text.substr(0, colon);
-      o->port = static_cast<uint16_t>(n);
+      ++i;
+    } else if (std::strcmp(arg, "--metrics") == 0) {
+      if (!need("ADDR:PORT")) return false;
+      if (!AddressAndPort(value, &o->metricsAddress, &o->metricsPort)) {
+        *message = "--metrics wants ADDR:PORT, for example 127.0.0.1:9464";
+        return false;
+      }
       ++i;
     } else if (std::strcmp(arg, "--max-body") == 0) {
       // ISAPI counts a body in 32 bits, and 0xFFFFFFFF means "unknown".

@@ -32,6 +32,9 @@ struct HostOptions {
   // is unloaded (which waits for its workers in any case).
   uint32_t stopGraceSeconds = 30;
   std::string path = "/vigilcrest/cgi/isapiClient.dll";
+  // The metrics and health listener; off while the address is empty.
+  std::string metricsAddress;
+  uint16_t metricsPort = 0;
 };
 
 // Parses argv; false with a message for the user.

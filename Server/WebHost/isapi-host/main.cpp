@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "host_Metrics.h"
 #include "host_Options.h"
 #include "host_Server.h"
 #include "isapi/exchange.h"
@@ -63,9 +64,21 @@ int main(int argc, char** argv) {
     module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
     return 1;
   }
+  MetricsServer metrics(server, module);
+  if (!options.metricsAddress.empty() && !metrics.Start(options.metricsAddress, options.metricsPort, &message)) {
+    std::fprintf(stderr, "isapi-host: %s\n", message.c_str());
+    server.Quiesce(0);
+    module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
+    server.Stop();
+    return 1;
+  }
   std::printf("isapi-host: serving %s (%s) at http://%s:%u%s (%s mode)\n", options.extension.c_str(),
               version.lpszExtensionDesc, options.address.c_str(), options.port, options.path.c_str(),
               options.adapter ? "adapter" : "IIS");
+  if (!options.metricsAddress.empty()) {
+    std::printf("isapi-host: metrics at http://%s:%u/metrics, health at /healthz\n", options.metricsAddress.c_str(),
+                metrics.port());
+  }
   std::fflush(stdout);
   sigdelset(&waiting, SIGINT);
   sigdelset(&waiting, SIGTERM);
@@ -75,6 +88,7 @@ int main(int argc, char** argv) {
   // Requests in flight end within the extension's own pipe waits; the
   // extension's stop joins its workers, and only then may the connections
   // whose control blocks they held go.
+  metrics.Stop();  // no health check may start a round trip past this point
   server.Quiesce(options.stopGraceSeconds * 1000);
   module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
   server.WaitIdle(2000);  // the last answers on their way out

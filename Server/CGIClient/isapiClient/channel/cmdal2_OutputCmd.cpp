@@ -4,6 +4,7 @@
 #include <string>
 
 #include "channel_Settings.h"
+#include "host/mon_Metrics.h"
 #include "pipe_Client.h"
 #include "pipe_Util.h"
 #include "platform/errors.h"
@@ -38,6 +39,7 @@ bool RoundTrip(CMsgSerializer& message, const char16_t* replyPipeName, const cha
   auto append = [&reply](const char* piece, uint32_t length) { reply.append(piece, length); };
   if (!ReadReply(server, 1024, true, ChannelReplyTimeoutMs(), append)) {
     VGCR_TRACE(5, u"pipe [%s] no reply on [%s] within %u ms", servicePipe, replyPipeName, ChannelReplyTimeoutMs());
+    mon::CountPipeFailure(servicePipe, plat::kErrorSemTimeout);
     return false;
   }
   if (reply.empty()) {

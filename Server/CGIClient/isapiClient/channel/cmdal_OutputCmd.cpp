@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "channel_Settings.h"
+#include "host/mon_Metrics.h"
 #include "pipe_Client.h"
 #include "pipe_Util.h"
 #include "platform/errors.h"
@@ -44,6 +45,7 @@ bool cmdal_SendTextAndRecv(const char16_t* text, uint32_t byteLength, const char
   };
   if (!ReadReply(server, kReplyPieceBytes, false, ChannelReplyTimeoutMs(), append)) {
     VGCR_TRACE(5, u"pipe [%s] no reply on [%s] within %u ms", kCommandHandlerPipe, replyPipeName, ChannelReplyTimeoutMs());
+    mon::CountPipeFailure(kCommandHandlerPipe, plat::kErrorSemTimeout);
     reply->clear();
     return false;
   }

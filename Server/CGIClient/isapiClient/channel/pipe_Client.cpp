@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/errors.h"
+#include "host/mon_Metrics.h"
 #include "platform/process.h"
 
 namespace {
@@ -11,29 +12,38 @@ namespace {
 constexpr int kMaxResourceRetries = 1000;
 }  // namespace
 
+bool CPipeClient::Failed() const {
+  const uint32_t error = plat::LastError();
+  mon::CountPipeFailure(name_, error);
+  plat::SetLastError(error);
+  return false;
+}
+
 bool CPipeClient::Open(const char16_t* name) {
+  name_ = name;
   sendBoundMs_ = plat::kInfinite;
   for (;;) {
-    if (pipe_.Open(name)) return pipe_.SetMessageReadMode();
-    if (plat::LastError() != plat::kErrorPipeBusy) return false;
-    if (!plat::PipeClient::WaitAvailable(name, kPipeBusyWaitMs)) return false;
+    if (pipe_.Open(name)) return pipe_.SetMessageReadMode() || Failed();
+    if (plat::LastError() != plat::kErrorPipeBusy) return Failed();
+    if (!plat::PipeClient::WaitAvailable(name, kPipeBusyWaitMs)) return Failed();
   }
 }
 
 bool CPipeClient::Open(const char16_t* name, const PipeBounds& bounds) {
+  name_ = name;
   sendBoundMs_ = bounds.sendMs;
   const uint32_t start = plat::TickCount();
   for (;;) {
-    if (pipe_.OpenForBoundedWrites(name)) return pipe_.SetMessageReadMode();
-    if (plat::LastError() != plat::kErrorPipeBusy) return false;
+    if (pipe_.OpenForBoundedWrites(name)) return pipe_.SetMessageReadMode() || Failed();
+    if (plat::LastError() != plat::kErrorPipeBusy) return Failed();
     // One deadline for every attempt: an instance freed and taken again
     // by another sender before our open must not restart the wait.
     const uint32_t spent = plat::TickCount() - start;
     if (spent >= bounds.busyWaitMs) {
       plat::SetLastError(plat::kErrorSemTimeout);
-      return false;
+      return Failed();
     }
-    if (!plat::PipeClient::WaitAvailable(name, bounds.busyWaitMs - spent)) return false;
+    if (!plat::PipeClient::WaitAvailable(name, bounds.busyWaitMs - spent)) return Failed();
   }
 }
 
@@ -60,13 +70,13 @@ bool CPipeClient::Send(const void* data, uint32_t* length) {
       const uint32_t spent = plat::TickCount() - start;
       if (spent >= sendBoundMs_) {
         plat::SetLastError(plat::kErrorSemTimeout);
-        return false;
+        return Failed();
       }
       ok = pipe_.WriteWithin(block, piece, &written, sendBoundMs_ - spent);
     }
     if (!ok) {
       if (plat::LastError() == plat::kErrorNoSystemResources && ++retries < kMaxResourceRetries) continue;
-      return false;
+      return Failed();
     }
     retries = 0;
     sent += written;

@@ -1,4 +1,5 @@
 // The client end of a command pipe: opened, written and closed per message.
+// Every failure to open or write counts in the extension's metrics.
 #pragma once
 
 #include <cstdint>
@@ -38,6 +39,10 @@ class CPipeClient {
   void Close();
 
  private:
+  // Counts the failure (by pipe and the last error) and returns false.
+  bool Failed() const;
+
   plat::PipeClient pipe_;
+  const char16_t* name_ = nullptr;
   uint32_t sendBoundMs_ = plat::kInfinite;  // kInfinite: the writes block
 };

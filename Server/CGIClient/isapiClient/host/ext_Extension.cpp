@@ -1,6 +1,7 @@
 #include "ext_Extension.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/errors.h"
@@ -40,7 +41,12 @@ BOOL CisapiClientExtension::GetExtensionVersion(HSE_VERSION_INFO* version) {
   if (!FrameworkGetExtensionVersion(version)) return FALSE;
   if (HasCriticalError()) return TRUE;
   const unsigned workers = CThreadPool::DefaultWorkerCount();
-  if (InitializeThreadPool(workers, CThreadPool::DefaultQueueLimit(workers))) return TRUE;
+  if (InitializeThreadPool(workers, CThreadPool::DefaultQueueLimit(workers))) {
+    if (const char* file = std::getenv("VGCR_METRICS_FILE")) {
+      metricsFile_.Start(plat::FromUtf8(file), [this] { return Metrics(); });
+    }
+    return TRUE;
+  }
   UninitializeFramework();
   return SetCriticalIsapiError(kThreadPoolFailedResourceId);
 }
@@ -80,7 +86,9 @@ BOOL CisapiClientExtension::TerminateExtension(DWORD flags) {
   VGCR_TRACE(8, u"[TerminateExtension] TerminateExtension();");
   // The command channel keeps no process-wide objects: each send opens its
   // own connection, so there is nothing of it to release here.
-  return FrameworkTerminateExtension(flags);
+  const BOOL stopped = FrameworkTerminateExtension(flags);
+  metricsFile_.Stop();  // after the workers, so that the file has their last counts
+  return stopped;
 }
 
 void CisapiClientExtension::AnsweredWithoutWorker(EXTENSION_CONTROL_BLOCK* ecb) { SignalAdapterEvent(ecb); }

@@ -8,6 +8,7 @@
 #include "fw_IsapiExtension.h"
 #include "grd_Guards.h"
 #include "isapi/isapi.h"
+#include "mon_MetricsFile.h"
 
 inline constexpr char kAdapterPath[] = "/vigilcrest/cgi/isapiClient.dll";
 inline constexpr char kAdapterEventPrefix[] = "VGCR_ISAPI_RETURN_";
@@ -25,6 +26,8 @@ class CisapiClientExtension : public CIsapiExtensionBase {
   BOOL TerminateExtension(DWORD flags);
 
   GuardCaches& Guards() { return guards_; }
+  // The counters as Prometheus text (mon_Metrics.h).
+  std::string Metrics() { return mon::Render(PoolState(), guards_); }
   bool AdapterModeSeen() const { return adapterModeSeen_.load() != 0; }
   // Tests move the clock of the guards.
   void SetTickSource(TickSource source) { tick_ = source; }
@@ -39,9 +42,11 @@ class CisapiClientExtension : public CIsapiExtensionBase {
   void AnsweredWithoutWorker(EXTENSION_CONTROL_BLOCK* ecb) override;
 
  private:
-  int32_t Route(class CHttpRequest& request, class CHttpResponse& response);
+  // *routedId is the requestid read, when one was.
+  int32_t Route(class CHttpRequest& request, class CHttpResponse& response, int32_t* routedId);
 
   GuardCaches guards_;
+  mon::MetricsFile metricsFile_;
   std::atomic<uint8_t> adapterModeSeen_{0};
   TickSource tick_ = nullptr;
   void (*tokenSetHook_)() = nullptr;

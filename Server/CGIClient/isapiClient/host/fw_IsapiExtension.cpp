@@ -17,6 +17,16 @@ BOOL CIsapiExtensionBase::SetCriticalIsapiError(uint32_t resourceId) {
   return TRUE;
 }
 
+mon::PoolView CIsapiExtensionBase::PoolState() {
+  mon::PoolView view;
+  view.workers = pool_.WorkerCount();
+  view.busy = pool_.BusyCount();
+  view.queued = pool_.QueuedCount();
+  view.queueLimit = pool_.QueueLimit();
+  view.refusedForLoad = RefusedForLoad();
+  return view;
+}
+
 void CIsapiExtensionBase::UninitializeFramework() { pool_.Shutdown(); }
 
 bool CIsapiExtensionBase::InitializeThreadPool(unsigned workers, std::size_t maxQueued) {

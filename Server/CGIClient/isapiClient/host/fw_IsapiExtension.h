@@ -8,6 +8,7 @@
 #include <string>
 
 #include "fw_ThreadPool.h"
+#include "mon_Metrics.h"
 #include "isapi/isapi.h"
 
 class CIsapiExtensionBase {
@@ -35,6 +36,8 @@ class CIsapiExtensionBase {
   DWORD FrameworkHttpExtensionProc(EXTENSION_CONTROL_BLOCK* ecb);
   // Requests refused because the queue was full, since start.
   uint64_t RefusedForLoad() const { return refusedForLoad_.load(std::memory_order_relaxed); }
+  // The pool as the metrics show it.
+  mon::PoolView PoolState();
   // Stops the pool (joining its workers).
   BOOL FrameworkTerminateExtension(DWORD flags);
 

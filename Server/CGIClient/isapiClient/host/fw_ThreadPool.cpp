@@ -29,7 +29,10 @@ bool CThreadPool::Initialize(unsigned workers, Work work, std::size_t maxQueued)
   maxQueued_ = maxQueued;
   stopping_ = false;
   try {
-    for (unsigned i = 0; i < workers; ++i) threads_.emplace_back([this] { Run(); });
+    for (unsigned i = 0; i < workers; ++i) {
+      threads_.emplace_back([this] { Run(); });
+      started_.fetch_add(1, std::memory_order_relaxed);
+    }
   } catch (const std::system_error&) {
     Shutdown();
     return false;
@@ -61,8 +64,15 @@ void CThreadPool::Run() {
       ecb = queue_.front();
       queue_.pop_front();
     }
+    busy_.fetch_add(1, std::memory_order_relaxed);
     work_(ecb);
+    busy_.fetch_sub(1, std::memory_order_relaxed);
   }
+}
+
+std::size_t CThreadPool::QueuedCount() {
+  std::lock_guard lock(mutex_);
+  return queue_.size();
 }
 
 void CThreadPool::Shutdown() {
@@ -75,4 +85,5 @@ void CThreadPool::Shutdown() {
     if (t.joinable()) t.join();
   }
   threads_.clear();
+  started_ = 0;
 }

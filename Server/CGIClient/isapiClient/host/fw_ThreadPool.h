@@ -1,6 +1,7 @@
 // A fixed pool of worker threads and the queue of requests they take from.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -23,7 +24,11 @@ class CThreadPool {
   Queued QueueRequest(EXTENSION_CONTROL_BLOCK* ecb);
   // Stops taking requests, lets the workers finish what is queued, joins them.
   void Shutdown();
-  unsigned WorkerCount() const { return static_cast<unsigned>(threads_.size()); }
+  unsigned WorkerCount() const { return started_.load(std::memory_order_relaxed); }
+  // For the metrics: workers on a request now, requests waiting, the bound.
+  unsigned BusyCount() const { return busy_.load(std::memory_order_relaxed); }
+  std::size_t QueuedCount();
+  std::size_t QueueLimit() const { return maxQueued_; }
 
   // Workers per processor: they spend most of a request waiting on pipes to
   // the command-handler service, so several per processor keep the
@@ -48,5 +53,7 @@ class CThreadPool {
   std::deque<EXTENSION_CONTROL_BLOCK*> queue_;
   std::size_t maxQueued_ = 0;
   bool stopping_ = false;
+  std::atomic<unsigned> busy_{0};
+  std::atomic<unsigned> started_{0};  // threads_.size(), readable while it changes
   std::vector<std::thread> threads_;
 };

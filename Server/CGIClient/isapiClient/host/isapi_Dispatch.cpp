@@ -1,4 +1,5 @@
 // The body of every request, run by a pool worker.
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -9,6 +10,7 @@
 #include "fw_HttpResponse.h"
 #include "isapi_Result.h"
 #include "isapi_Routes.h"
+#include "mon_Metrics.h"
 #include "platform/codepage.h"
 #include "platform/errors.h"
 #include "platform/process.h"
@@ -90,17 +92,21 @@ bool ReadMultipartParameters(CHttpRequest& request, const std::string& boundary)
   return fields != CMultipartReader::Fields::kTooLarge;
 }
 
-// Writes the signed code reply; 503 when it cannot be signed.
-void WriteErrorReply(CHttpRequest& request, CHttpResponse& response, int32_t result) {
-  if (!WriteCodeReply(request.Params(), response, result)) response.CompleteWithError(503);
+// Writes the signed code reply; 503 when it cannot be signed. Returns what
+// the client got.
+int32_t WriteErrorReply(CHttpRequest& request, CHttpResponse& response, int32_t result) {
+  if (WriteCodeReply(request.Params(), response, result)) return result;
+  response.CompleteWithError(503);
+  return mon::kResultHttp503;
 }
 
 }  // namespace
 
-int32_t CisapiClientExtension::Route(CHttpRequest& request, CHttpResponse& response) {
+int32_t CisapiClientExtension::Route(CHttpRequest& request, CHttpResponse& response, int32_t* routedId) {
   const std::string* text = request.Params().Lookup("requestid");
   if (text == nullptr) return kResultNoRequestId;
   const int32_t requestId = plat::StrToLong(text->c_str());
+  *routedId = requestId;
   VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] nRequestID: %d", requestId);
   if (requestId > kUploadRequestId) return kResultUnknownRequestId;
   if (requestId == kUploadRequestId) {
@@ -126,21 +132,26 @@ void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
   // setting the flag between the set and the revert must not leave this
   // worker, and every later request on it, under the caller's token.
   const bool checkToken = adapterModeSeen_.load() == 0;
+  const auto started = std::chrono::steady_clock::now();
+  int32_t requestId = 0;
+  int32_t outcome = kResultHandled;
   {
     CHttpRequest request;
     CHttpResponse response(ecb);
     response.SetStatusCode(200);
     if (!request.Initialize(ecb, CHttpRequest::kMaxFormSize)) {
       response.CompleteWithError(500);
+      outcome = mon::kResultHttp500;
     } else if (checkToken && !plat::SetThreadToken(request.ImpersonationToken())) {
       response.CompleteWithError(500, 24);
+      outcome = mon::kResultHttp500;
     } else {
       if (checkToken && tokenSetHook_) tokenSetHook_();
       if (checkToken && !plat::RevertToSelf()) plat::RaiseAccessViolation();
       if (CheckMemoryThreshold(guards_, tick_ ? tick_ : plat::TickCount)) {
         VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] Server is over memory usage threshold, return %d",
                    kResultOverMemory);
-        WriteErrorReply(request, response, kResultOverMemory);
+        outcome = WriteErrorReply(request, response, kResultOverMemory);
       } else {
         const int method = MethodNumber(request.Method());
         VGCR_TRACE(73, u"[CisapiClientExtension::DispatchStencilCall] HttpMethod: %d", method);
@@ -152,19 +163,22 @@ void CisapiClientExtension::DispatchStencilCall(EXTENSION_CONTROL_BLOCK* ecb) {
         } else if (method == 1) {
           ReadBodyParameters(request);
         }
-        const int32_t result = readable ? Route(request, response) : kResultHandled;
+        const int32_t result = readable ? Route(request, response, &requestId) : kResultHandled;
         if (!readable) {
           response.CompleteWithError(500);
+          outcome = mon::kResultHttp500;
         } else if (result == kResultBackOff) {
           response.CompleteWithError(503);
+          outcome = mon::kResultHttp503;
         } else if (result != kResultHandled) {
           VGCR_TRACE(69, u"<== [CisapiClientExtension::DispatchStencilCall] Leave with error(%d)", result);
-          WriteErrorReply(request, response, result);
+          outcome = WriteErrorReply(request, response, result);
         }
       }
     }
     response.Flush();
   }
+  mon::CountRequest(requestId, outcome, std::chrono::steady_clock::now() - started);
   // The last touch of the control block either way: once the host has it
   // back it may reuse it for its next request.
   if (asynchronous) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -37,6 +38,14 @@ void GrantServiceReadAccess(const std::u16string& fullName) { GrantServiceAccess
 
 bool DeleteFileAt(const std::u16string& fullName) {
   if (::unlink(ToUtf8(fullName).c_str()) != 0) {
+    SetLastError(ErrorFromErrno(errno));
+    return false;
+  }
+  return true;
+}
+
+bool ReplaceFileWith(const std::u16string& from, const std::u16string& to) {
+  if (::rename(ToUtf8(from).c_str(), ToUtf8(to).c_str()) != 0) {
     SetLastError(ErrorFromErrno(errno));
     return false;
   }

@@ -53,6 +53,10 @@ bool DeleteFileAt(const std::u16string& fullName) {
   return ::DeleteFileW(W(fullName.c_str())) != FALSE;
 }
 
+bool ReplaceFileWith(const std::u16string& from, const std::u16string& to) {
+  return ::MoveFileExW(W(from.c_str()), W(to.c_str()), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+}
+
 TempFileReader::~TempFileReader() { Close(); }
 
 bool TempFileReader::Open(const std::u16string& fullName) {

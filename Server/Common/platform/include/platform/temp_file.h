@@ -30,6 +30,11 @@ void GrantServiceReadAccess(const std::u16string& fullName);
 
 bool DeleteFileAt(const std::u16string& fullName);
 
+// Puts `from` in the place of `to` in one step, replacing a file there: a
+// reader of `to` sees the old file or the new one, never a part of either
+// (MoveFileExW with MOVEFILE_REPLACE_EXISTING; rename(2)).
+bool ReplaceFileWith(const std::u16string& from, const std::u16string& to);
+
 // A spill file opened for reading. The file is named by a message from
 // another process, so the name must lead to nothing but a plain file that
 // this machine's server wrote:

@@ -1,0 +1,119 @@
+// The extension's counters and its service check, read through the entry
+// points a host calls (VgcrGetMetrics, VgcrCheckHealth).
+#include <cstring>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "handler_fixture.h"
+#include "platform/errors.h"
+
+extern "C" {
+BOOL WINAPI VgcrGetMetrics(char* buffer, DWORD* size);
+BOOL WINAPI VgcrCheckHealth(char* reason, DWORD size);
+}
+
+namespace {
+
+std::string Scrape() {
+  DWORD size = 0;
+  EXPECT_FALSE(VgcrGetMetrics(nullptr, &size));
+  EXPECT_EQ(plat::LastError(), plat::kErrorInsufficientBuffer);
+  std::string text(size + 4096, '\0');
+  DWORD capacity = static_cast<DWORD>(text.size());
+  EXPECT_TRUE(VgcrGetMetrics(text.data(), &capacity));
+  text.resize(capacity);
+  return text;
+}
+
+// A sample's value; 0 for a series not shown (a counter never moved).
+double Sample(const std::string& text, const std::string& series) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.compare(0, series.size() + 1, series + " ") == 0) return std::stod(line.substr(series.size() + 1));
+  }
+  return 0;
+}
+
+// Every sample belongs to a family announced with HELP and TYPE before it,
+// and reads as Prometheus text format 0.0.4 does.
+void ExpectWellFormed(const std::string& text) {
+  static const std::regex kSample(R"(([a-z_]+)(\{([a-z_]+="[^"\\\n]*",?)+\})? [0-9.e+-]+)");
+  std::string family;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("# HELP ", 0) == 0) {
+      family = line.substr(7, line.find(' ', 7) - 7);
+      continue;
+    }
+    if (line.rfind("# TYPE " + family + " ", 0) == 0) continue;
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(line, match, kSample)) << line;
+    ASSERT_EQ(match[1].str().rfind(family, 0), 0u) << line << " outside its family " << family;
+  }
+}
+
+std::string Requests(const char* requestId, const char* result) {
+  return std::string("vgcr_isapi_requests_total{requestid=\"") + requestId + "\",result=\"" + result + "\"}";
+}
+
+peer::Reply Heartbeat() {
+  peer::Reply reply;
+  reply.make = [](const peer::Received& r) {
+    return peer::Builder().Prologue(r.message.command, r.message.identifier).U32(77).Block(r.message.fields.at(0)).bytes();
+  };
+  return reply;
+}
+
+TEST_F(Handlers, CountersMoveByWhatTheRequestsDid) {
+  const std::string before = Scrape();
+  const std::string heartbeat = std::string("requestid=207&functiontype=1&uid=") + kUid;
+  peer_.Script(u"CMDHLV2_HEARTBEAT_NOTIFY", Heartbeat());
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(Get(heartbeat).body.rfind("[Polling_Response]", 0), 0u);
+  EXPECT_EQ(Get("requestid=207&functiontype=1&uid=xyz").body, "-6");
+  EXPECT_EQ(Get("requestid=206").body, "-2");
+  EXPECT_EQ(Get("uid=1").body, "-1");
+  peer_.Stop();
+  EXPECT_EQ(Get(heartbeat).body, "-5");
+
+  const std::string after = Scrape();
+  ExpectWellFormed(after);
+  auto moved = [&](const std::string& series) { return Sample(after, series) - Sample(before, series); };
+  EXPECT_EQ(moved(Requests("207", "ok")), 3);
+  EXPECT_EQ(moved(Requests("207", "-6")), 1);
+  EXPECT_EQ(moved(Requests("207", "-5")), 1);
+  EXPECT_EQ(moved(Requests("other", "-2")), 1) << "an unrouted requestid is not a label of its own";
+  EXPECT_EQ(moved(Requests("other", "-1")), 1);
+  EXPECT_EQ(moved("vgcr_isapi_request_duration_seconds_count{requestid=\"207\"}"), 5);
+  EXPECT_EQ(moved("vgcr_isapi_request_duration_seconds_bucket{requestid=\"207\",le=\"+Inf\"}"), 5);
+  EXPECT_GT(moved("vgcr_isapi_request_duration_seconds_sum{requestid=\"207\"}"), 0);
+  EXPECT_EQ(moved("vgcr_isapi_pipe_failures_total{pipe=\"command_handler\",error=\"2\"}"), 1)
+      << "the service's pipe was gone";
+  EXPECT_GT(Sample(after, "vgcr_isapi_pool_workers"), 0);
+  EXPECT_EQ(Sample(after, "vgcr_isapi_pool_busy_workers"), 0);
+  EXPECT_EQ(Sample(after, "vgcr_isapi_disk_threshold_status"), 1700);
+  // The buckets only grow with their bound.
+  double previous = 0;
+  std::istringstream lines(after);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("vgcr_isapi_request_duration_seconds_bucket{requestid=\"207\"", 0) != 0) continue;
+    const double value = std::stod(line.substr(line.rfind(' ') + 1));
+    EXPECT_GE(value, previous) << line;
+    previous = value;
+  }
+}
+
+TEST_F(Handlers, TheServiceCheckIsOneRoundTrip) {
+  peer_.Script(u"CMDHL_GET_PRODUCT_INFO", TextAnswer(u""));
+  char reason[64];
+  EXPECT_TRUE(VgcrCheckHealth(reason, sizeof reason)) << reason;
+  EXPECT_EQ(peer_.WaitFor(1).size(), 1u);
+  peer_.Stop();
+  EXPECT_FALSE(VgcrCheckHealth(reason, sizeof reason));
+  EXPECT_STREQ(reason, "the command-handler service did not answer (error 2)");
+  char tiny[8];
+  EXPECT_FALSE(VgcrCheckHealth(tiny, sizeof tiny));
+  EXPECT_STREQ(tiny, "the com") << "cut to fit, and terminated";
+}
+
+}  // namespace
