@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The test command: on a Debian 12 machine, installs what is missing, builds
 # the three presets (linux, linux-asan, windows) and runs every test, the
-# Windows ones under Wine.
+# Windows ones under Wine, then the linux build's Debian package
+# (dpkg-dev: dpkg-shlibdeps works out the package's dependencies).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,6 +11,7 @@ ensure_packages \
   cmake ninja-build g++ pkg-config \
   libgtest-dev googletest libbenchmark-dev \
   libssl-dev libmicrohttpd-dev libsqlite3-dev libjsoncpp-dev \
+  dpkg-dev \
   gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix \
   wine wine64
 
@@ -30,4 +32,9 @@ for preset in "${presets[@]}"; do
   echo "== $preset: tests"
   ctest --preset "$preset" || status=1
 done
+# The Debian package of the linux build, opened and its programs run.
+if [[ " ${presets[*]} " == *" linux "* ]]; then
+  echo "== linux: package"
+  bash scripts/package_test.sh build/linux || status=1
+fi
 exit $status

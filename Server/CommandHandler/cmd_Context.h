@@ -1,6 +1,7 @@
 // What a command handler works with.
 #pragma once
 
+#include "cmd_Metrics.h"
 #include "sig_Signer.h"
 #include "st_LogWriter.h"
 #include "st_Store.h"
@@ -18,6 +19,8 @@ struct Context {
   st::Uploads* uploads = nullptr;
   // Null where VDI requests are not coordinated: they are answered empty.
   st::VdiCoordinator* vdi = nullptr;
+  // Null where commands are not counted.
+  CommandMetrics* metrics = nullptr;
 };
 
 }  // namespace cmd

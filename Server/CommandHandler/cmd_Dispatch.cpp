@@ -1,5 +1,6 @@
 #include "cmd_Dispatch.h"
 
+#include <chrono>
 #include <optional>
 
 #include "channel/channel_Settings.h"
@@ -84,6 +85,7 @@ std::string RunVersion1(Context& context, const std::u16string& pipe, const Pipe
 }  // namespace
 
 void Dispatch(Context& context, const std::u16string& pipe, PipeRequest&& request) {
+  const auto started = std::chrono::steady_clock::now();
   std::string name = "?";
   std::string what;
   if (request.tooLong) {
@@ -100,6 +102,12 @@ void Dispatch(Context& context, const std::u16string& pipe, PipeRequest&& reques
         what = "dropped: " + std::to_string(request.bytes.size()) + " bytes that are no command";
         break;
     }
+  }
+  if (context.metrics != nullptr) {
+    const std::u16string wide = plat::FromUtf8(name);
+    const bool known = FindCommand2(wide) != nullptr || FindCommand1(wide) != nullptr;
+    context.metrics->Count(name, known, what,
+                           std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
   }
   svc::Log(ShortPipeName(pipe), name, what + " (pid " + std::to_string(request.clientPid) + ")");
 }

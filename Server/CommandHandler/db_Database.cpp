@@ -133,6 +133,14 @@ Database::GroupStats Database::Groups() const {
   return stats_;
 }
 
+void Database::WriteMetrics(metrics::Writer& w) const {
+  w.Family("vgcr_cmdhandler_transaction_seconds", "histogram",
+           "A command's transaction, from its wait for the database to the end of the commit that holds it.");
+  transactionSeconds_.Write(w, "vgcr_cmdhandler_transaction_seconds", "");
+  w.Family("vgcr_cmdhandler_commit_commands", "histogram", "Commands one database commit held (group commit).");
+  commitSizes_.Write(w, "vgcr_cmdhandler_commit_commands", "");
+}
+
 bool Database::TransactionOpen() const { return sqlite3_get_autocommit(connection_) == 0; }
 
 void Database::SettleGroup() {
@@ -143,6 +151,7 @@ void Database::SettleGroup() {
   group.committed = TransactionOpen() && Exec("COMMIT");
   if (!group.committed && TransactionOpen()) Exec("ROLLBACK");
   group.settled = true;
+  if (group.members > 0) commitSizes_.Observe(static_cast<double>(group.members));
   if (group.members > 1) {
     ++stats_.commits;
     stats_.commands += static_cast<uint64_t>(group.members);
@@ -242,6 +251,8 @@ bool Transaction::Commit() {
   } else {
     database_.settled_.wait(guard_, [&group] { return group->settled; });
   }
+  database_.transactionSeconds_.Observe(
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count());
   return group->committed;
 }
 

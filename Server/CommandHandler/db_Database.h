@@ -14,6 +14,7 @@
 #include <sqlite3.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -21,6 +22,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+
+#include "metrics/text.h"
 
 namespace db {
 
@@ -92,6 +95,8 @@ class Database {
     uint64_t commits = 0, commands = 0;
   };
   GroupStats Groups() const;
+  // Transaction time and commit sizes, as Prometheus text.
+  void WriteMetrics(metrics::Writer& w) const;
 
  private:
   friend class Transaction;
@@ -114,6 +119,10 @@ class Database {
   std::atomic<int> queued_{0};   // transactions waiting for the lock
   std::shared_ptr<Group> group_;  // the open group, null when none
   GroupStats stats_;
+  // From a command's wait for the lock to the end of the commit that holds
+  // its work; and how many commands each commit held.
+  metrics::Histogram transactionSeconds_{metrics::kLatencyBounds};
+  metrics::Histogram commitSizes_{1, 2, 4, 8, 16, 32, 64};
 };
 
 // One command's work under the database's lock, in the open group (BEGIN
@@ -136,6 +145,7 @@ class Transaction {
   void SettleIfLast();
   void Undo();
   Database& database_;
+  const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::unique_lock<std::mutex> guard_;
   bool begun_ = false;
   bool done_ = false;

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 
 #include "b64_Base64Coder.h"
@@ -233,7 +234,19 @@ bool Signer::IsOurs(const std::string& issuer, const std::string& serial) const 
 bool Signer::SignsWithSerial(const std::string& serial) const { return SameSerial(serial, Current()->serial); }
 
 std::string Signer::Sign(const std::vector<uint8_t>& reply, int32_t clientNumber) const {
-  return SignWith(*Current(), reply, clientNumber);
+  return Timed(*Current(), reply, clientNumber);
+}
+
+std::string Signer::Timed(const Keys& keys, const std::vector<uint8_t>& reply, int32_t clientNumber) const {
+  const auto started = std::chrono::steady_clock::now();
+  std::string signature = SignWith(keys, reply, clientNumber);
+  signSeconds_.Observe(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+  return signature;
+}
+
+void Signer::WriteMetrics(metrics::Writer& w) const {
+  w.Family("vgcr_cmdhandler_signing_seconds", "histogram", "Time to sign one reply.");
+  signSeconds_.Write(w, "vgcr_cmdhandler_signing_seconds", "");
 }
 
 Signer::Signature Signer::SignFor(const std::string& issuer, const std::string& serial,
@@ -253,7 +266,7 @@ Signer::Signature Signer::SignFor(const std::string& issuer, const std::string& 
     result.match = Match::kPrevious;
     keys = previous.get();
   }
-  if (keys) result.base64 = SignWith(*keys, reply, clientNumber);
+  if (keys) result.base64 = Timed(*keys, reply, clientNumber);
   return result;
 }
 

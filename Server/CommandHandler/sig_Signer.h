@@ -23,6 +23,8 @@
 #include <string>
 #include <vector>
 
+#include "metrics/text.h"
+
 namespace sig {
 
 enum class KeyKind { kEcdsaP256, kRsa2048 };
@@ -66,6 +68,8 @@ class Signer {
   // The previous certificate's serial; empty when none is kept.
   std::string PreviousSerial() const;
   std::string CertificatePath() const { return folder_ + "/signing-cert.pem"; }
+  // How long signatures take, as Prometheus text.
+  void WriteMetrics(metrics::Writer& w) const;
 
   struct Keys;
 
@@ -73,7 +77,9 @@ class Signer {
   explicit Signer(std::string folder);
   // The keys in use; a reload swaps them while signatures go on.
   std::shared_ptr<const Keys> Current() const;
+  std::string Timed(const Keys& keys, const std::vector<uint8_t>& reply, int32_t clientNumber) const;
   std::string folder_;
+  mutable metrics::Histogram signSeconds_{0.00005, 0.0001, 0.00025, 0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025};
   mutable std::mutex lock_;
   std::shared_ptr<const Keys> keys_;
   std::shared_ptr<const Keys> previous_;  // null until a reload replaced the certificate

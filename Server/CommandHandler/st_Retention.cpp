@@ -1,5 +1,7 @@
 #include "st_Retention.h"
 
+#include <mutex>
+
 #include "channel/rec_Logs.h"
 
 namespace st {
@@ -40,6 +42,17 @@ int64_t ExcessBound(db::Database& database, const std::string& table, int64_t ma
   return newest > maxRows ? newest - maxRows : 0;
 }
 
+std::mutex deletionsLock;
+std::map<std::string, uint64_t>& Deletions() {
+  static auto* deletions = new std::map<std::string, uint64_t>();
+  return *deletions;
+}
+
+void CountDeleted(const std::string& table, int64_t rows) {
+  std::lock_guard lock(deletionsLock);
+  Deletions()[table] += static_cast<uint64_t>(rows);
+}
+
 bool PruneTable(db::Database& database, const std::string& table, const RetentionLimits& limits,
                 const std::function<bool()>& stopping, const std::function<void(const std::string&)>& report) {
   if (limits.maxAgeDays > 0) {
@@ -49,6 +62,7 @@ bool PruneTable(db::Database& database, const std::string& table, const Retentio
         "SELECT id FROM " + table + " WHERE received < strftime('%Y-%m-%d %H:%M:%f','now',?1) ORDER BY id LIMIT ?2",
         [&](db::Statement& s) { s.Bind(1, cutoff); }, stopping);
     if (old < 0) return false;
+    if (old > 0) CountDeleted(table, old);
     if (old > 0)
       report(table + " " + std::to_string(old) + " rows older than " + std::to_string(limits.maxAgeDays) + " days");
   }
@@ -61,6 +75,7 @@ bool PruneTable(db::Database& database, const std::string& table, const Retentio
         DeleteInBatches(database, table, "SELECT id FROM " + table + " WHERE id <= ?1 ORDER BY id LIMIT ?2",
                         [&](db::Statement& s) { s.Bind(1, bound); }, stopping);
     if (excess < 0) return false;
+    if (excess > 0) CountDeleted(table, excess);
     if (excess > 0)
       report(table + " " + std::to_string(excess) + " rows beyond the newest " + std::to_string(limits.maxRows));
   }
@@ -68,6 +83,11 @@ bool PruneTable(db::Database& database, const std::string& table, const Retentio
 }
 
 }  // namespace
+
+std::map<std::string, uint64_t> RetentionDeletions() {
+  std::lock_guard lock(deletionsLock);
+  return Deletions();
+}
 
 bool RunRetention(db::Database& database, const RetentionLimits& limits, const std::function<bool()>& stopping,
                   const std::function<void(const std::string&)>& report) {

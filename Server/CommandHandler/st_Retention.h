@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 
 #include "db_Database.h"
@@ -29,5 +30,8 @@ inline constexpr std::chrono::seconds kFirstRetentionPass{5};
 // rows. False when the database failed.
 bool RunRetention(db::Database& database, const RetentionLimits& limits, const std::function<bool()>& stopping,
                   const std::function<void(const std::string&)>& report);
+
+// Rows retention has deleted since the process started, by table.
+std::map<std::string, uint64_t> RetentionDeletions();
 
 }  // namespace st

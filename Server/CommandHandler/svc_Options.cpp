@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "metrics/endpoint.h"
+
 #ifndef VGCR_DEFAULT_SECTIONS
 #define VGCR_DEFAULT_SECTIONS "defaults"
 #endif
@@ -15,7 +17,7 @@ const char* Usage() {
          "                       [--log-max-age DAYS] [--log-max-rows N] [--retention-interval SECONDS]\n"
          "                       [--upload-client-quota MIB] [--upload-total-quota MIB]\n"
          "                       [--vdi-slots N] [--vdi-task-timeout SECONDS] [--vdi-retry SECONDS]\n"
-         "                       [--signing-key ecdsa|rsa]\n"
+         "                       [--signing-key ecdsa|rsa] [--metrics ADDR:PORT]\n"
          "       vgcr-cmdhandler --print-identity [--data DIR]\n"
          "       vgcr-cmdhandler [--data DIR] COMMAND ARGUMENTS...\n"
          "\n"
@@ -48,6 +50,8 @@ const char* Usage() {
          "  --signing-key ecdsa|rsa       the key a data folder without one gets: ECDSA\n"
          "                                P-256 (the default) or RSA 2048; a folder that has\n"
          "                                a key keeps it\n"
+         "  --metrics ADDR:PORT           serve /metrics (Prometheus text) and /healthz\n"
+         "                                on a listener of their own (default: off)\n"
          "  --print-identity              print the signing certificate's SA_ISR and SA_SN\n"
          "                                query values and exit\n"
          "\n"
@@ -159,6 +163,12 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
         return false;
       }
       options->signingKey = text;
+    } else if (!std::strcmp(arg, "--metrics")) {
+      if (!value(&text)) return false;
+      if (!metrics::ParseAddress(text, &options->metricsAddress, &options->metricsPort)) {
+        *error = "--metrics takes ADDR:PORT, for example 127.0.0.1:9465";
+        return false;
+      }
     } else if (const NumberOption* option = FindNumberOption(arg)) {
       int64_t n = 0;
       if (!value(&text)) return false;

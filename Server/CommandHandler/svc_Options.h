@@ -22,6 +22,9 @@ struct Options {
   uint32_t vdiRetrySeconds = 30;           // what a waiting desktop is told
   // The kind of key a new data folder gets; a folder that has a key keeps it.
   std::string signingKey = "ecdsa";        // "ecdsa" (P-256) or "rsa" (2048 bits)
+  // The metrics and health listener (ADDR:PORT); off while empty.
+  std::string metricsAddress;
+  uint16_t metricsPort = 0;
   bool printIdentity = false;              // print SA_ISR and SA_SN, then exit
   bool help = false;
   // An operator command and its arguments (svc_Admin), when one is given.

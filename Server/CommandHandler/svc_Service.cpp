@@ -50,8 +50,14 @@ bool Service::Start(const Options& options, std::string* error) {
   vdi_ = std::make_unique<st::VdiCoordinator>(
       *database_, st::VdiLimits{options.vdiSlots, std::chrono::seconds(options.vdiTaskTimeoutSeconds),
                                 std::chrono::seconds(options.vdiRetrySeconds)});
-  context_ =
-      std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_, uploads_.get(), vdi_.get()});
+  if (!options.metricsAddress.empty()) {
+    metrics_ = std::make_unique<ServiceMetrics>(path, *database_, *signer_);
+    if (!metrics_->Start(options.metricsAddress, options.metricsPort, error)) return false;
+    Note("metrics at http://" + options.metricsAddress + ":" + std::to_string(metrics_->port()) +
+         "/metrics, health at /healthz");
+  }
+  context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_, uploads_.get(), vdi_.get(),
+                                                         metrics_ ? &metrics_->commands() : nullptr});
   Note("database " + path + ", " + std::to_string(sections.size()) + " default sections, signing certificate " +
        signer_->Serial());
 
@@ -100,6 +106,7 @@ bool Service::Start(const Options& options, std::string* error) {
 }
 
 void Service::Stop() {
+  if (metrics_) metrics_->Stop();
   const bool running = !listeners_.empty();
   if (running) {
     stop_.Set();

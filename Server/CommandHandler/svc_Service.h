@@ -15,6 +15,7 @@
 #include "st_Periodic.h"
 #include "st_Uploads.h"
 #include "svc_Files.h"
+#include "svc_Metrics.h"
 #include "svc_Options.h"
 
 namespace svc {
@@ -41,6 +42,7 @@ class Service {
   std::unique_ptr<st::VdiCoordinator> vdi_;
   std::unique_ptr<st::Periodic> retention_;
   std::unique_ptr<st::Periodic> uploadSweep_;
+  std::unique_ptr<ServiceMetrics> metrics_;  // null unless --metrics
   std::unique_ptr<cmd::Context> context_;
   plat::Event stop_;
   std::vector<std::unique_ptr<CPipeListener>> listeners_;

@@ -1,8 +1,7 @@
-// isapi-host's metrics and health listener (--metrics ADDR:PORT), apart
-// from the clients' port so that it can stay on a private address:
-// - GET /metrics: the extension's counters (its VgcrGetMetrics) followed by
-//   the host's own, as Prometheus text.
-// - GET /healthz: 200 when the extension is loaded and a round trip to the
+// isapi-host's metrics and health (--metrics ADDR:PORT):
+// - /metrics: the extension's counters (its VgcrGetMetrics) followed by the
+//   host's own connections;
+// - /healthz: 200 when the extension is loaded and a round trip to the
 //   command-handler service (its VgcrCheckHealth) succeeds within 2 s;
 //   otherwise 503. The body is one line that says why.
 #pragma once
@@ -15,8 +14,9 @@
 
 #include "isapi/exchange.h"
 #include "isapi/isapi.h"
+#include "metrics/endpoint.h"
+#include "metrics/text.h"
 
-struct MHD_Daemon;
 class HostServer;
 
 // One service check at a time: requests that come while one runs wait for
@@ -44,23 +44,22 @@ class HealthProbe {
   std::thread thread_;
 };
 
-class MetricsServer {
+class HostMetrics {
  public:
   static constexpr uint32_t kHealthBoundMs = 2000;
 
-  MetricsServer(HostServer& host, isapi::Module& module);
-  ~MetricsServer();
-  bool Start(const std::string& address, uint16_t port, std::string* message);
-  void Stop();
-  uint16_t port() const;
-
-  // For the daemon's callback.
-  std::string Metrics();
-  bool Health(std::string* reason);
+  HostMetrics(HostServer& host, isapi::Module& module);
+  bool Start(const std::string& address, uint16_t port, std::string* message) {
+    return endpoint_.Start(address, port, message);
+  }
+  void Stop() { endpoint_.Stop(); }
+  uint16_t port() const { return endpoint_.port(); }
 
  private:
+  std::string Render();
+
   HostServer& host_;
   isapi::Module& module_;
   HealthProbe probe_;
-  MHD_Daemon* daemon_ = nullptr;
+  metrics::Endpoint endpoint_;
 };

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "metrics/endpoint.h"
+
 std::string Usage() {
   return "usage: isapi-host --extension PATH --listen ADDR:PORT [--adapter]\n"
          "                  [--max-body BYTES] [--max-request-line BYTES] [--timeout SECONDS]\n"
@@ -67,16 +69,6 @@ bool Number(const char* text, uint64_t max, uint64_t* out) {
   return true;
 }
 
-bool AddressAndPort(const char* value, std::string* address, uint16_t* port) {
-  const std::string text = value;
-  const std::size_t colon = text.rfind(':');
-  uint64_t n = 0;
-  if (colon == std::string::npos || colon == 0 || !Number(text.c_str() + colon + 1, 65535, &n)) return false;
-  *address = text.substr(0, colon);
-  *port = static_cast<uint16_t>(n);
-  return true;
-}
-
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
@@ -104,14 +96,14 @@ bool ParseOptions(int argc, char** argv, HostOptions* o, std::string* message) {
       ++i;
     } else if (std::strcmp(arg, "--listen") == 0) {
       if (!need("ADDR:PORT")) return false;
-      if (!AddressAndPort(value, &o->address, &o->port)) {
+      if (!metrics::ParseAddress(value, &o->address, &o->port)) {
         *message = "--listen wants ADDR:PORT, for example 127.0.0.1:8080";
         return false;
       }
       ++i;
     } else if (std::strcmp(arg, "--metrics") == 0) {
       if (!need("ADDR:PORT")) return false;
-      if (!AddressAndPort(value, &o->metricsAddress, &o->metricsPort)) {
+      if (!metrics::ParseAddress(value, &o->metricsAddress, &o->metricsPort)) {
         *message = "--metrics wants ADDR:PORT, for example 127.0.0.1:9464";
         return false;
       }

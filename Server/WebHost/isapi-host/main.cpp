@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
     module.TerminateExtension(HSE_TERM_MUST_UNLOAD);
     return 1;
   }
-  MetricsServer metrics(server, module);
+  HostMetrics metrics(server, module);
   if (!options.metricsAddress.empty() && !metrics.Start(options.metricsAddress, options.metricsPort, &message)) {
     std::fprintf(stderr, "isapi-host: %s\n", message.c_str());
     server.Quiesce(0);

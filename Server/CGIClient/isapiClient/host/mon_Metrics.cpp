@@ -4,12 +4,16 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 #include "channel/channel_Settings.h"
 #include "grd_Guards.h"
 #include "isapi_Result.h"
 #include "isapi_Routes.h"
+#include "metrics/text.h"
 #include "platform/errors.h"
+#include "support/logcl_Command.h"
 
 namespace mon {
 namespace {
@@ -27,12 +31,6 @@ constexpr std::size_t kHttp503Slot = kHttp500Slot + 1;
 constexpr std::size_t kOtherResultSlot = kHttp503Slot + 1;
 constexpr std::size_t kResultSlots = kOtherResultSlot + 1;
 
-// Upper bounds of the duration buckets, in seconds: a reply from the
-// database takes milliseconds, a busy service tens of them, and the reply
-// time-out (10 s) ends the scale.
-constexpr std::array<double, 13> kBuckets = {0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1,
-                                             0.25,  0.5,    1,     2.5,  5,     10};
-
 struct Pipe {
   const char16_t* name;
   const char* label;
@@ -40,7 +38,8 @@ struct Pipe {
 constexpr Pipe kPipes[] = {{kCommandHandlerPipe, "command_handler"},
                            {kCommandHandler2Pipe, "command_handler2"},
                            {kServerNotifyPipe, "server_notify"},
-                           {kThreatLogPipe, "threat_log"}};
+                           {kThreatLogPipe, "threat_log"},
+                           {kLogServerPipeName, "log_server"}};
 constexpr std::size_t kPipeSlots = std::size(kPipes) + 1;  // the last: "other"
 
 // The errors a pipe fails with in practice; any other counts as "other".
@@ -49,20 +48,22 @@ constexpr uint32_t kPipeErrors[] = {plat::kErrorFileNotFound, plat::kErrorAccess
                                     plat::kErrorPipeNotConnected, plat::kErrorNoSystemResources};
 constexpr std::size_t kErrorSlots = std::size(kPipeErrors) + 1;
 
-struct Histogram {
-  std::array<Counter, kBuckets.size() + 1> buckets{};  // the last: over every bound
-  Counter sumNanoseconds{0};
-};
-
 struct Counters {
   std::array<std::array<Counter, kResultSlots>, kRequestSlots> requests{};
-  std::array<Histogram, kRequestSlots> durations{};
+  // Made with their bounds: not an array's default construction.
+  std::vector<std::unique_ptr<metrics::Histogram>> durations;
   std::array<std::array<Counter, kErrorSlots>, kPipeSlots> pipeFailures{};
 };
 
 Counters& All() {
   // Never destroyed: workers may still count while the process exits.
-  static Counters* counters = new Counters();
+  static Counters* counters = [] {
+    auto* made = new Counters();
+    for (std::size_t i = 0; i < kRequestSlots; ++i) {
+      made->durations.push_back(std::make_unique<metrics::Histogram>(metrics::kLatencyBounds));
+    }
+    return made;
+  }();
   return *counters;
 }
 
@@ -115,32 +116,8 @@ std::size_t ErrorSlot(uint32_t error) {
 
 uint64_t Read(const Counter& counter) { return counter.load(std::memory_order_relaxed); }
 
-bool AnyBucket(const Histogram& h) {
-  for (const Counter& n : h.buckets) {
-    if (Read(n)) return true;
-  }
-  return false;
-}
-
-class Writer {
- public:
-  explicit Writer(std::string* out) : out_(*out) {}
-  void Family(const char* name, const char* type, const char* help) {
-    out_.append("# HELP ").append(name).append(" ").append(help).append("\n# TYPE ");
-    out_.append(name).append(" ").append(type).append("\n");
-  }
-  void Sample(const char* name, const std::string& labels, uint64_t value) {
-    out_.append(name).append(labels).append(" ").append(std::to_string(value)).append("\n");
-  }
-  void Seconds(const char* name, const std::string& labels, uint64_t nanoseconds) {
-    char value[40];
-    std::snprintf(value, sizeof value, "%.9f", static_cast<double>(nanoseconds) / 1e9);
-    out_.append(name).append(labels).append(" ").append(value).append("\n");
-  }
-
- private:
-  std::string& out_;
-};
+using metrics::Labels;
+using metrics::Writer;
 
 void RenderRequests(Writer& w) {
   const Counters& c = All();
@@ -149,28 +126,14 @@ void RenderRequests(Writer& w) {
   for (std::size_t r = 0; r < kRequestSlots; ++r) {
     for (std::size_t s = 0; s < kResultSlots; ++s) {
       const uint64_t n = Read(c.requests[r][s]);
-      if (n) w.Sample("vgcr_isapi_requests_total", "{requestid=\"" + RequestLabel(r) + "\",result=\"" + ResultLabel(s) + "\"}", n);
+      if (n) w.Sample("vgcr_isapi_requests_total", Labels({{"requestid", RequestLabel(r)}, {"result", ResultLabel(s)}}), n);
     }
   }
   w.Family("vgcr_isapi_request_duration_seconds", "histogram",
            "Time a worker spent on a request, from taking it off the queue to its last byte.");
   for (std::size_t r = 0; r < kRequestSlots; ++r) {
-    const Histogram& h = c.durations[r];
-    if (!AnyBucket(h)) continue;
-    const std::string id = "requestid=\"" + RequestLabel(r) + "\"";
-    uint64_t cumulative = 0;
-    for (std::size_t b = 0; b < kBuckets.size(); ++b) {
-      cumulative += Read(h.buckets[b]);
-      char le[32];
-      std::snprintf(le, sizeof le, "%g", kBuckets[b]);
-      w.Sample("vgcr_isapi_request_duration_seconds_bucket", "{" + id + ",le=\"" + le + "\"}", cumulative);
-    }
-    // The count is the buckets' total as read here, so that a request
-    // counted while this renders cannot make the buckets disagree with it.
-    cumulative += Read(h.buckets[kBuckets.size()]);
-    w.Sample("vgcr_isapi_request_duration_seconds_bucket", "{" + id + ",le=\"+Inf\"}", cumulative);
-    w.Seconds("vgcr_isapi_request_duration_seconds_sum", "{" + id + "}", Read(h.sumNanoseconds));
-    w.Sample("vgcr_isapi_request_duration_seconds_count", "{" + id + "}", cumulative);
+    const metrics::Histogram& h = *c.durations[r];
+    if (!h.Empty()) h.Write(w, "vgcr_isapi_request_duration_seconds", "requestid=\"" + RequestLabel(r) + "\"");
   }
 }
 
@@ -185,32 +148,32 @@ void RenderPipes(Writer& w) {
       if (n == 0) continue;
       const std::string error = e + 1 == kErrorSlots ? "other" : std::to_string(kPipeErrors[e]);
       const char* pipe = p + 1 == kPipeSlots ? "other" : kPipes[p].label;
-      w.Sample("vgcr_isapi_pipe_failures_total", std::string("{pipe=\"") + pipe + "\",error=\"" + error + "\"}", n);
+      w.Sample("vgcr_isapi_pipe_failures_total", Labels({{"pipe", pipe}, {"error", error}}), n);
     }
   }
 }
 
 void RenderPool(Writer& w, const PoolView& pool) {
   w.Family("vgcr_isapi_pool_workers", "gauge", "Worker threads of the extension's pool.");
-  w.Sample("vgcr_isapi_pool_workers", "", pool.workers);
+  w.Sample("vgcr_isapi_pool_workers", "", uint64_t{pool.workers});
   w.Family("vgcr_isapi_pool_busy_workers", "gauge", "Workers on a request now.");
-  w.Sample("vgcr_isapi_pool_busy_workers", "", pool.busy);
+  w.Sample("vgcr_isapi_pool_busy_workers", "", uint64_t{pool.busy});
   w.Family("vgcr_isapi_pool_queued_requests", "gauge", "Requests waiting for a worker now.");
-  w.Sample("vgcr_isapi_pool_queued_requests", "", pool.queued);
+  w.Sample("vgcr_isapi_pool_queued_requests", "", uint64_t{pool.queued});
   w.Family("vgcr_isapi_pool_queue_limit", "gauge", "Requests that may wait for a worker.");
-  w.Sample("vgcr_isapi_pool_queue_limit", "", pool.queueLimit);
+  w.Sample("vgcr_isapi_pool_queue_limit", "", uint64_t{pool.queueLimit});
   w.Family("vgcr_isapi_queue_full_refusals_total", "counter",
            "Requests answered 503 with a Retry-After because the queue was full.");
-  w.Sample("vgcr_isapi_queue_full_refusals_total", "", pool.refusedForLoad);
+  w.Sample("vgcr_isapi_queue_full_refusals_total", "", uint64_t{pool.refusedForLoad});
 }
 
 void RenderGuards(Writer& w, const GuardCaches& guards) {
   w.Family("vgcr_isapi_memory_over_threshold", "gauge",
            "1 while the server's monitor says it is over its memory threshold (requests are answered -38).");
-  w.Sample("vgcr_isapi_memory_over_threshold", "", guards.memOverThreshold.load(std::memory_order_relaxed) ? 1 : 0);
+  w.Sample("vgcr_isapi_memory_over_threshold", "", uint64_t{guards.memOverThreshold.load(std::memory_order_relaxed) ? 1u : 0u});
   w.Family("vgcr_isapi_disk_threshold_status", "gauge",
            "The disk threshold status last read: 1700 normal, 1701 warning, any other refuses uploads.");
-  w.Sample("vgcr_isapi_disk_threshold_status", "", guards.diskThresholdStatus.load(std::memory_order_relaxed));
+  w.Sample("vgcr_isapi_disk_threshold_status", "", uint64_t{guards.diskThresholdStatus.load(std::memory_order_relaxed)});
 }
 
 }  // namespace
@@ -219,13 +182,7 @@ void CountRequest(int32_t requestId, int32_t result, std::chrono::nanoseconds to
   Counters& c = All();
   const std::size_t slot = RequestSlot(requestId);
   c.requests[slot][ResultSlot(result)].fetch_add(1, std::memory_order_relaxed);
-  const uint64_t ns = took.count() > 0 ? static_cast<uint64_t>(took.count()) : 0;
-  const double seconds = static_cast<double>(ns) / 1e9;
-  std::size_t bucket = 0;
-  while (bucket < kBuckets.size() && seconds > kBuckets[bucket]) ++bucket;
-  Histogram& h = c.durations[slot];
-  h.buckets[bucket].fetch_add(1, std::memory_order_relaxed);
-  h.sumNanoseconds.fetch_add(ns, std::memory_order_relaxed);
+  c.durations[slot]->Observe(std::chrono::duration<double>(took).count());
 }
 
 void CountPipeFailure(const char16_t* pipeName, uint32_t error) {

@@ -1,10 +1,9 @@
 // The extension's counters and its service check, read through the entry
 // points a host calls (VgcrGetMetrics, VgcrCheckHealth).
-#include <cstring>
-#include <regex>
 #include <sstream>
 #include <string>
 
+#include "exposition_check.h"
 #include "handler_fixture.h"
 #include "platform/errors.h"
 
@@ -26,32 +25,7 @@ std::string Scrape() {
   return text;
 }
 
-// A sample's value; 0 for a series not shown (a counter never moved).
-double Sample(const std::string& text, const std::string& series) {
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.compare(0, series.size() + 1, series + " ") == 0) return std::stod(line.substr(series.size() + 1));
-  }
-  return 0;
-}
-
-// Every sample belongs to a family announced with HELP and TYPE before it,
-// and reads as Prometheus text format 0.0.4 does.
-void ExpectWellFormed(const std::string& text) {
-  static const std::regex kSample(R"(([a-z_]+)(\{([a-z_]+="[^"\\\n]*",?)+\})? [0-9.e+-]+)");
-  std::string family;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("# HELP ", 0) == 0) {
-      family = line.substr(7, line.find(' ', 7) - 7);
-      continue;
-    }
-    if (line.rfind("# TYPE " + family + " ", 0) == 0) continue;
-    std::smatch match;
-    ASSERT_TRUE(std::regex_match(line, match, kSample)) << line;
-    ASSERT_EQ(match[1].str().rfind(family, 0), 0u) << line << " outside its family " << family;
-  }
-}
+using metricstest::Sample;
 
 std::string Requests(const char* requestId, const char* result) {
   return std::string("vgcr_isapi_requests_total{requestid=\"") + requestId + "\",result=\"" + result + "\"}";
@@ -77,7 +51,7 @@ TEST_F(Handlers, CountersMoveByWhatTheRequestsDid) {
   EXPECT_EQ(Get(heartbeat).body, "-5");
 
   const std::string after = Scrape();
-  ExpectWellFormed(after);
+  EXPECT_EQ(metricstest::FirstBadLine(after), "");
   auto moved = [&](const std::string& series) { return Sample(after, series) - Sample(before, series); };
   EXPECT_EQ(moved(Requests("207", "ok")), 3);
   EXPECT_EQ(moved(Requests("207", "-6")), 1);
