@@ -2,7 +2,9 @@
 # The test command: on a Debian 12 machine, installs what is missing, builds
 # the three presets (linux, linux-asan, windows) and runs every test, the
 # Windows ones under Wine, then the linux build's Debian package
-# (dpkg-dev: dpkg-shlibdeps works out the package's dependencies).
+# (dpkg-dev: dpkg-shlibdeps works out the package's dependencies). The
+# metrics tests run promtool (Debian's prometheus package) on what the
+# programs serve.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,7 +13,7 @@ ensure_packages \
   cmake ninja-build g++ pkg-config \
   libgtest-dev googletest libbenchmark-dev \
   libssl-dev libmicrohttpd-dev libsqlite3-dev libjsoncpp-dev \
-  dpkg-dev \
+  dpkg-dev prometheus \
   gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix \
   wine wine64
 
