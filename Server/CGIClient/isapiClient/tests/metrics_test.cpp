@@ -1,11 +1,19 @@
 // The extension's counters and its service check, read through the entry
 // points a host calls (VgcrGetMetrics, VgcrCheckHealth).
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "exposition_check.h"
 #include "handler_fixture.h"
+#include "host/mon_MetricsFile.h"
 #include "platform/errors.h"
+#include "server_folder.h"
 
 extern "C" {
 BOOL WINAPI VgcrGetMetrics(char* buffer, DWORD* size);
@@ -88,6 +96,33 @@ TEST_F(Handlers, TheServiceCheckIsOneRoundTrip) {
   char tiny[8];
   EXPECT_FALSE(VgcrCheckHealth(tiny, sizeof tiny));
   EXPECT_STREQ(tiny, "the com") << "cut to fit, and terminated";
+}
+
+}  // namespace
+
+namespace {
+
+std::string ReadAll(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// The file a collector reads is always one whole rendering: written beside
+// it and put in its place, again and again, and once more at the stop.
+TEST(MetricsFile, HoldsTheLatestWholeRenderingAndTheLastOneAtStop) {
+  ScopedServerFolder folder;
+  const std::u16string path = (std::filesystem::path(folder.path()) / "metrics.prom").u16string();
+  std::atomic<int> renders{0};
+  {
+    mon::MetricsFile file;
+    file.Start(path, [&] { return "x_total " + std::to_string(++renders) + "\n"; }, 1);
+    for (int i = 0; i < 300 && renders.load() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_GE(renders.load(), 2) << "written at once and again after its period";
+    EXPECT_EQ(ReadAll(std::filesystem::path(path)).rfind("x_total ", 0), 0u);
+  }
+  EXPECT_EQ(ReadAll(std::filesystem::path(path)), "x_total " + std::to_string(renders.load()) + "\n");
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(path + u".tmp")));
+  EXPECT_FALSE(mon::MetricsFile::Write((std::filesystem::path(folder.path()) / "none" / "m.prom").u16string(), "x 1\n"));
 }
 
 }  // namespace

@@ -25,6 +25,8 @@ TEST(Module, ExportsItsEntryPointsAndAnswersInBothModes) {
   EXPECT_EQ(host.Send(InProcessHost::Get("requestid=206", true)).body, "-2");
   EXPECT_EQ(host.Send(InProcessHost::Post("uid=1", true)).body, "-1");
   EXPECT_TRUE(module.TerminateExtension(HSE_TERM_MUST_UNLOAD));
+  EXPECT_NE(module.Symbol("VgcrGetMetrics"), nullptr) << "a host reads the counters through it";
+  EXPECT_NE(module.Symbol("VgcrCheckHealth"), nullptr);
   EXPECT_EQ(module.Symbol("CheckMemoryThreshold"), nullptr) << "nothing else is exported";
   EXPECT_EQ(module.Symbol("_Z20CheckMemoryThresholdR11GuardCachesPFjvE"), nullptr);
 }
