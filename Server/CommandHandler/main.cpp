@@ -41,10 +41,12 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (options.help) {
-    std::fputs(svc::Usage(), stdout);
+    const std::string usage = options.command.empty() ? "" : svc::CommandUsage(options.command[0]);
+    std::fputs(usage.empty() ? svc::Usage() : usage.c_str(), stdout);
     return 0;
   }
   if (options.printIdentity) return PrintIdentity(options);
+  if (options.command.size() == 1 && options.command[0] == "identity") return PrintIdentity(options);
   if (!options.command.empty()) return svc::RunAdmin(options);
 
   // The signals are taken by sigwait below; every thread started from here

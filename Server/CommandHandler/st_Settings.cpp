@@ -178,7 +178,56 @@ bool Store::LoadDefaults(const std::map<std::string, std::string>& sections) {
           database_.Prepare(std::string("INSERT INTO section_defaults VALUES (?, ?, ") + db::kNowSql + ")");
       if (!s.Bind(1, name).Bind(2, text).Run()) return false;
     }
-    return true;
+    return database_.Exec("INSERT OR REPLACE INTO section_defaults SELECT section, text, updated FROM operator_defaults");
+  });
+}
+
+namespace {
+
+// Every client without its own `section` gets the change as WriteSection
+// gives one client: a pending record, the flag, a new setting sequence.
+bool MarkChangedForDefault(db::Database& database, const SectionRule& rule, int64_t* clients) {
+  const std::string without =
+      " FROM clients WHERE uid NOT IN (SELECT uid FROM client_sections WHERE section = ?1)";
+  if (rule.event != 0) {
+    db::Statement pending = database.Prepare(std::string("INSERT OR REPLACE INTO config_records (uid, event, created) "
+                                                         "SELECT uid, ?2, ") + db::kNowSql + without);
+    if (!pending.Bind(1, rule.section).Bind(2, rule.event).Run()) return false;
+  }
+  if (rule.flag != 0) {
+    db::Statement flag = database.Prepare(std::string("INSERT INTO client_config (uid, config_flags, updated) SELECT "
+                                                      "uid, ?2, ") + db::kNowSql + without +
+                                          " ON CONFLICT(uid) DO UPDATE SET config_flags = config_flags | ?2, "
+                                          "updated = excluded.updated");
+    if (!flag.Bind(1, rule.section).Bind(2, rule.flag).Run()) return false;
+  }
+  db::Statement sequence = database.Prepare("INSERT INTO polling_state (uid, setting_sequence) SELECT uid, 1" + without +
+                                            " ON CONFLICT(uid) DO UPDATE SET setting_sequence = setting_sequence + 1 "
+                                            "RETURNING 1");
+  sequence.Bind(1, rule.section);
+  *clients = 0;
+  while (sequence.Step()) ++*clients;
+  return !sequence.failed();
+}
+
+}  // namespace
+
+bool Store::SetDefault(const std::string& section, const std::string* text, const std::string& shipped,
+                       int64_t* clients) {
+  const SectionRule* rule = FindSection(section);
+  if (rule == nullptr) return false;
+  return db::InTransaction(database_, [&] {
+    const std::string now = db::kNowSql;
+    if (text != nullptr) {
+      db::Statement own = database_.Prepare("INSERT OR REPLACE INTO operator_defaults VALUES (?, ?, " + now + ")");
+      if (!own.Bind(1, section).Bind(2, *text).Run()) return false;
+    } else {
+      db::Statement own = database_.Prepare("DELETE FROM operator_defaults WHERE section = ?");
+      if (!own.Bind(1, section).Run()) return false;
+    }
+    db::Statement in = database_.Prepare("INSERT OR REPLACE INTO section_defaults VALUES (?, ?, " + now + ")");
+    if (!in.Bind(1, section).Bind(2, text ? *text : shipped).Run()) return false;
+    return MarkChangedForDefault(database_, *rule, clients);
   });
 }
 

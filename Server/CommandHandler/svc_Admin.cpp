@@ -1,8 +1,10 @@
 #include "svc_Admin.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <sstream>
 
@@ -128,29 +130,42 @@ int Sections() {
   return 0;
 }
 
-// export-logs TABLE [--since TIME] [--uid UID]
+// export-logs TABLE [--since TIME] [--until TIME] [--uid UID] [--csv]
 int ExportLogsCommand(const Options& options) {
   const std::vector<std::string>& args = options.command;
-  if (args.size() < 2 || args.size() % 2 != 0) return Fail("export-logs TABLE [--since TIME] [--uid UID]", 2);
+  constexpr char kForm[] = "export-logs TABLE [--since TIME] [--until TIME] [--uid UID] [--csv]";
+  if (args.size() < 2) return Fail(kForm, 2);
   const logrec::Layout* layout = db::FindLogTable(args[1]);
   if (layout == nullptr) return Fail("unknown log table " + args[1] + "; one of " + db::LogTableNames(), 2);
   ExportFilter filter;
-  for (std::size_t i = 2; i + 1 < args.size(); i += 2) {
-    if (args[i] == "--since" && IsTimeText(args[i + 1])) {
-      filter.since = args[i + 1];
-    } else if (args[i] == "--uid" && IsUid(args[i + 1])) {
-      filter.uid = args[i + 1];
+  ExportFormat format = ExportFormat::kJsonLines;
+  for (std::size_t i = 2; i < args.size(); ++i) {
+    const bool valued = i + 1 < args.size();
+    if (args[i] == "--csv") {
+      format = ExportFormat::kCsv;
+    } else if (valued && (args[i] == "--since" || args[i] == "--until") && IsTimeText(args[i + 1])) {
+      (args[i] == "--since" ? filter.since : filter.until) = args[i + 1];
+      ++i;
+    } else if (valued && args[i] == "--uid" && IsUid(args[i + 1])) {
+      filter.uid = args[++i];
     } else {
-      return Fail(args[i] + " " + args[i + 1] +
-                      ": --since takes 'YYYY-MM-DD hh:mm:ss' (UTC), --uid a GUID without braces",
-                  2);
+      return Fail(std::string(kForm) + "; TIME is 'YYYY-MM-DD[ hh:mm:ss]' (UTC), UID a GUID without braces", 2);
     }
   }
   Admin admin;
   std::string error;
   if (!Open(options, &admin, &error)) return Fail(error);
-  if (!ExportLogs(*admin.database, *layout, filter, std::cout, &error)) return Fail(error);
+  if (!ExportLogs(*admin.database, *layout, filter, format, std::cout, &error)) return Fail(error);
   return 0;
+}
+
+// A protection mask for the client filters: a number from 1 to 2^32 - 1.
+bool Mask(const std::string& text, int64_t* mask) {
+  char* end = nullptr;
+  const long long value = std::strtoll(text.c_str(), &end, 0);
+  if (text.empty() || *end != '\0' || value <= 0 || value > 0xFFFFFFFFll) return false;
+  *mask = value;
+  return true;
 }
 
 // clients [--seen-before TIME] [--release R] [--json]
@@ -165,8 +180,15 @@ int ClientsCommand(const Options& options) {
       filter.seenBefore = args[++i];
     } else if (args[i] == "--release" && i + 1 < args.size() && !args[i + 1].empty()) {
       filter.release = args[++i];
+    } else if (args[i] == "--with-protection" && i + 1 < args.size() && Mask(args[i + 1], &filter.withProtection)) {
+      ++i;
+    } else if (args[i] == "--without-protection" && i + 1 < args.size() &&
+               Mask(args[i + 1], &filter.withoutProtection)) {
+      ++i;
     } else {
-      return Fail("clients [--seen-before 'YYYY-MM-DD hh:mm:ss'] [--release R] [--json]", 2);
+      return Fail("clients [--seen-before TIME] [--release R] [--with-protection MASK] [--without-protection MASK] "
+                  "[--json]",
+                  2);
     }
   }
   Admin admin;
@@ -188,6 +210,27 @@ int ClientCommand(const Options& options) {
   bool known = false;
   if (!ShowClient(*admin.database, args[1], json, std::cout, &known, &error)) return Fail(error);
   if (!known) return Fail("no client " + args[1]);
+  return 0;
+}
+
+// set-default SECTION FILE, clear-default SECTION
+int DefaultCommand(const Options& options) {
+  const std::vector<std::string>& args = options.command;
+  const bool set = args[0] == "set-default";
+  if (args.size() != (set ? 3u : 2u)) return Fail(set ? "set-default SECTION FILE" : "clear-default SECTION", 2);
+  const std::string& section = args[1];
+  if (!st::FindSection(section)) return Fail("unknown section " + section + "; one of " + SectionNames(), 2);
+  std::string text, error;
+  if (set && !ReadText(args[2], &text, &error)) return Fail(error);
+  std::map<std::string, std::string> shipped;
+  if (!set && !st::ReadDefaultSections(options.defaultsFolder, &shipped, &error)) return Fail(error);
+  Admin admin;
+  if (!Open(options, &admin, &error)) return Fail(error);
+  int64_t clients = 0;
+  if (!admin.store->SetDefault(section, set ? &text : nullptr, shipped[section], &clients)) return Fail("not changed");
+  std::printf("default %s %s; %lld clients without their own get it after their next heartbeat\n", section.c_str(),
+              set ? ("stored (" + std::to_string(text.size()) + " bytes)").c_str() : "is the shipped one again",
+              static_cast<long long>(clients));
   return 0;
 }
 
@@ -214,6 +257,7 @@ int RunAdmin(const Options& options) {
   if (args[0] == "export-logs") return ExportLogsCommand(options);
   if (args[0] == "clients") return ClientsCommand(options);
   if (args[0] == "client") return ClientCommand(options);
+  if (args[0] == "set-default" || args[0] == "clear-default") return DefaultCommand(options);
   for (const AdminCommand& command : kCommands) {
     if (args[0] != command.name) continue;
     const std::size_t given = args.size() - 1;

@@ -12,7 +12,9 @@ namespace {
 constexpr const char* kListSql =
     "SELECT c.uid, c.computer, c.domain, c.ip, c.release, p.mask AS protection_mask, c.first_seen, c.last_seen "
     "FROM clients c LEFT JOIN protection_status p ON p.uid = c.uid "
-    "WHERE (?1 = '' OR c.last_seen < ?1) AND (?2 = '' OR c.release = ?2) ORDER BY c.last_seen DESC, c.uid";
+    "WHERE (?1 = '' OR c.last_seen < ?1) AND (?2 = '' OR c.release = ?2) "
+    "AND (?3 = 0 OR (p.mask & ?3) = ?3) AND (?4 = 0 OR p.mask IS NULL OR (p.mask & ?4) != ?4) "
+    "ORDER BY c.last_seen DESC, c.uid";
 
 // A column as a person reads it: NULL as "-".
 std::string TextOf(const db::Statement& s, int column) { return s.IsNull(column) ? "-" : s.Text(column); }
@@ -91,7 +93,7 @@ bool ListClients(db::Database& database, const ClientFilter& filter, bool json, 
                  std::string* error) {
   const auto guard = database.Lock();
   db::Statement s = database.Prepare(kListSql);
-  s.Bind(1, filter.seenBefore).Bind(2, filter.release);
+  s.Bind(1, filter.seenBefore).Bind(2, filter.release).Bind(3, filter.withProtection).Bind(4, filter.withoutProtection);
   if (!json) out << "uid\tcomputer\tdomain\tip\trelease\tprotection\tfirst seen\tlast seen\n";
   while (s.Step()) {
     if (json) {

@@ -2,6 +2,7 @@
 // Text for a person, or JSON for a script.
 #pragma once
 
+#include <cstdint>
 #include <ostream>
 #include <string>
 
@@ -12,6 +13,8 @@ namespace svc {
 struct ClientFilter {
   std::string seenBefore;  // last seen before this time (the tables' UTC form); empty: any
   std::string release;     // this release only; empty: any
+  int64_t withProtection = 0;     // the protection mask has every one of these bits; 0: any
+  int64_t withoutProtection = 0;  // it lacks one of these bits, or none was reported; 0: any
 };
 
 // One line per client, the most recently seen first: uid, computer, domain,

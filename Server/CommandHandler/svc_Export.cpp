@@ -79,6 +79,7 @@ std::string SelectSql(const logrec::Layout& layout, const ExportFilter& filter) 
   std::string sql = std::string("SELECT * FROM ") + layout.table + " WHERE 1";
   if (!filter.since.empty()) sql += " AND received >= ?1";
   if (!filter.uid.empty()) sql += " AND uid = ?2";
+  if (!filter.until.empty()) sql += " AND received < ?3";
   return sql + " ORDER BY id";
 }
 
@@ -139,13 +140,35 @@ bool IsTimeText(std::string_view text) {
   return true;
 }
 
+std::string RowAsCsv(const db::Statement& s) {
+  std::string record;
+  for (int i = 0; i < s.Columns(); ++i) {
+    if (i) record += ',';
+    if (s.IsNull(i)) continue;
+    const std::string field = s.Text(i);
+    if (field.find_first_of(",\"\r\n") == std::string::npos) {
+      record += field;
+      continue;
+    }
+    record += '"';
+    for (char c : field) record += c == '"' ? std::string("\"\"") : std::string(1, c);
+    record += '"';
+  }
+  return record;
+}
+
 bool ExportLogs(db::Database& database, const logrec::Layout& layout, const ExportFilter& filter,
-                std::ostream& out, std::string* error) {
+                ExportFormat format, std::ostream& out, std::string* error) {
   const auto guard = database.Lock();
   db::Statement s = database.Prepare(SelectSql(layout, filter));
   if (!filter.since.empty()) s.Bind(1, filter.since);
   if (!filter.uid.empty()) s.Bind(2, filter.uid);
-  while (s.Step()) out << RowAsJson(s) << '\n';
+  if (!filter.until.empty()) s.Bind(3, filter.until);
+  if (format == ExportFormat::kCsv) {
+    for (int i = 0; i < s.Columns(); ++i) out << (i ? "," : "") << s.ColumnName(i);
+    out << "\r\n";
+  }
+  while (s.Step()) out << (format == ExportFormat::kCsv ? RowAsCsv(s) + "\r\n" : RowAsJson(s) + "\n");
   out.flush();
   if (s.failed() || !out) {
     *error = s.failed() ? "reading " + std::string(layout.table) + " failed: " + database.LastError()

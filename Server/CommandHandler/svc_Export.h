@@ -28,12 +28,21 @@ std::string RowAsJson(const db::Statement& s);
 bool IsTimeText(std::string_view text);
 
 struct ExportFilter {
-  std::string since;  // empty: from the first row
+  std::string since;  // received at or after; empty: from the first row
+  std::string until;  // received before; empty: to the last row
   std::string uid;    // empty: every client
 };
 
+// JSON Lines (one object per row), or CSV (RFC 4180: a header of the column
+// names, fields quoted where they hold a comma, a quote or a line break,
+// NULL as an empty field).
+enum class ExportFormat { kJsonLines, kCsv };
+
 // Writes the rows; false with a message when the database failed.
 bool ExportLogs(db::Database& database, const logrec::Layout& layout, const ExportFilter& filter,
-                std::ostream& out, std::string* error);
+                ExportFormat format, std::ostream& out, std::string* error);
+
+// The statement's current row as one CSV record, without its line end.
+std::string RowAsCsv(const db::Statement& s);
 
 }  // namespace svc

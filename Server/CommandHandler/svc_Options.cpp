@@ -60,16 +60,28 @@ const char* Usage() {
          "                                standard input); the client fetches it after\n"
          "                                its next heartbeat\n"
          "  clear-section UID SECTION     the client gets the default SECTION again\n"
+         "  set-default SECTION FILE      every client without its own SECTION gets FILE\n"
+         "                                instead of the shipped default (kept across\n"
+         "                                restarts); each fetches it after its next heartbeat\n"
+         "  clear-default SECTION         the shipped default SECTION again, for every\n"
+         "                                client without its own\n"
          "  update-order FILE             the update order every client gets (an empty\n"
          "                                file: none)\n"
          "  alert KIND FILE [UID]         an alert message of KIND for UID, or for every\n"
          "                                client\n"
          "  sections                      the sections and the config events they make\n"
          "                                pending\n"
-         "  export-logs TABLE [--since 'YYYY-MM-DD hh:mm:ss'] [--uid UID]\n"
-         "                                the log table's rows as JSON Lines, oldest first\n"         "  clients [--seen-before 'YYYY-MM-DD hh:mm:ss'] [--release R] [--json]\n"
+         "  export-logs TABLE [--since TIME] [--until TIME] [--uid UID] [--csv]\n"
+         "                                the log table's rows received from --since (on)\n"
+         "                                to --until (before), oldest first, as JSON Lines\n"
+         "                                or CSV; TIME is 'YYYY-MM-DD[ hh:mm:ss]' (UTC)\n"         "  clients [--seen-before TIME] [--release R] [--with-protection MASK]\n"
+         "          [--without-protection MASK] [--json]\n"
          "                                the clients, the most recently seen first (times\n"
-         "                                UTC); --json: JSON Lines\n"
+         "                                UTC); MASK: protection bits the status has (with)\n"
+         "                                or lacks one of, or never reported (without);\n"
+         "                                --json: JSON Lines\n"
+         "  identity                      the signing certificate's SA_ISR and SA_SN (as\n"
+         "                                --print-identity)\n"
          "  client UID [--json]           one client: its registration, protection status,\n"
          "                                logon user, polling state, own sections, pending\n"
          "                                config records and its logs by kind\n"
@@ -129,13 +141,32 @@ const NumberOption* FindNumberOption(const char* arg) {
 
 // The options an operator command takes after its name, each with a value.
 bool IsCommandOption(const char* arg) {
-  for (const char* name : {"--since", "--uid", "--seen-before", "--release"}) {
+  for (const char* name :
+       {"--since", "--until", "--uid", "--seen-before", "--release", "--with-protection", "--without-protection"}) {
     if (!std::strcmp(arg, name)) return true;
   }
   return false;
 }
 
 }  // namespace
+
+std::string CommandUsage(const std::string& name) {
+  std::string usage;
+  bool inside = false;
+  const std::string text = Usage();
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = text.find('\n', at);
+    const std::string line = text.substr(at, end - at);
+    at = end == std::string::npos ? text.size() : end + 1;
+    if (line.rfind("  " + name + " ", 0) == 0 || line == "  " + name) {
+      inside = true;
+    } else if (inside && line.rfind("   ", 0) != 0) {
+      break;
+    }
+    if (inside) usage += line + "\n";
+  }
+  return usage.empty() ? "" : "usage: vgcr-cmdhandler [--data DIR]\n" + usage;
+}
 
 bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
   options->defaultsFolder = VGCR_DEFAULT_SECTIONS;
@@ -181,7 +212,7 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
       if (!value(&text)) return false;
       options->command.emplace_back(arg);
       options->command.emplace_back(text);
-    } else if (!options->command.empty() && !std::strcmp(arg, "--json")) {
+    } else if (!options->command.empty() && (!std::strcmp(arg, "--json") || !std::strcmp(arg, "--csv"))) {
       options->command.emplace_back(arg);
     } else if (!std::strcmp(arg, "--quiet")) {
       options->quiet = true;

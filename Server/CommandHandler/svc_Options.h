@@ -34,5 +34,7 @@ struct Options {
 // False with a message for a bad command line.
 bool ParseOptions(int argc, char** argv, Options* options, std::string* error);
 const char* Usage();
+// The lines of Usage() about one operator command; empty for none.
+std::string CommandUsage(const std::string& name);
 
 }  // namespace svc

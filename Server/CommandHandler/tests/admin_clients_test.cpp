@@ -9,6 +9,7 @@
 #include "db_Database.h"
 #include "db_Schema.h"
 #include "db_probe.h"
+#include "st_Store.h"
 #include "svc_Clients.h"
 
 namespace {
@@ -69,6 +70,47 @@ TEST_F(AdminClients, TheListFiltersAndPutsTheMostRecentlySeenFirst) {
   EXPECT_EQ(ListedUids({"2026-02-15", ""}), (std::vector<std::string>{kA}));
   EXPECT_EQ(ListedUids({"", "14.0.2"}), (std::vector<std::string>{kB}));
   EXPECT_EQ(ListedUids({"2026-01-15", ""}), (std::vector<std::string>{}));
+  // A has reported mask 5 (AV, WR); B never reported.
+  EXPECT_EQ(ListedUids({"", "", 5, 0}), (std::vector<std::string>{kA}));
+  EXPECT_EQ(ListedUids({"", "", 1, 0}), (std::vector<std::string>{kA}));
+  EXPECT_EQ(ListedUids({"", "", 2, 0}), (std::vector<std::string>{}));
+  EXPECT_EQ(ListedUids({"", "", 0, 16}), (std::vector<std::string>{kB, kA})) << "never reported counts as lacking";
+  EXPECT_EQ(ListedUids({"", "", 0, 4}), (std::vector<std::string>{kB}));
+  EXPECT_EQ(ListedUids({"", "", 0, 6}), (std::vector<std::string>{kB, kA})) << "lacking one of the bits is enough";
+}
+
+// An operator's default reaches every client that has no section of its
+// own by that name as a change it will fetch, survives the service loading
+// the shipped defaults again, and goes back to the shipped text when cleared.
+TEST_F(AdminClients, ADefaultMovesTheClientsWithoutTheirOwnSection) {
+  st::Store store(*database_);
+  ASSERT_TRUE(store.LoadDefaults({{"MS_CFG", "shipped"}}));
+  ASSERT_TRUE(database_->Exec("UPDATE polling_state SET setting_sequence = 7 WHERE uid = '" + std::string(kA) + "'"));
+  DbProbe probe(folder_ + "/cmdhandler.db");
+  const auto sequence = [&](const char* uid) {
+    return probe.Value("SELECT IFNULL((SELECT setting_sequence FROM polling_state WHERE uid = '" + std::string(uid) +
+                       "'), 'none')");
+  };
+  const std::string text = "[MS_CFG]\r\nScanCompressed=0\r\n";
+  int64_t clients = 0;
+  ASSERT_TRUE(store.SetDefault("MS_CFG", &text, "", &clients));
+  EXPECT_EQ(clients, 1) << "A has its own MS_CFG";
+  EXPECT_EQ(sequence(kA), "7");
+  EXPECT_EQ(sequence(kB), "1");
+  EXPECT_EQ(probe.Value("SELECT COUNT(*) FROM config_records WHERE uid = '" + std::string(kB) + "' AND event = 65"), "1");
+  std::string read;
+  ASSERT_TRUE(store.ReadSection(kB, "MS_CFG", &read));
+  EXPECT_EQ(read, text);
+  ASSERT_TRUE(store.LoadDefaults({{"MS_CFG", "shipped"}}));
+  ASSERT_TRUE(store.ReadSection(kB, "MS_CFG", &read));
+  EXPECT_EQ(read, text) << "kept across a restart";
+  ASSERT_TRUE(store.SetDefault("MS_CFG", nullptr, "shipped", &clients));
+  EXPECT_EQ(sequence(kB), "2");
+  ASSERT_TRUE(store.ReadSection(kB, "MS_CFG", &read));
+  EXPECT_EQ(read, "shipped");
+  ASSERT_TRUE(store.ReadSection(kA, "MS_CFG", &read));
+  EXPECT_EQ(read, "abc");
+  EXPECT_FALSE(store.SetDefault("NO_SUCH_SECTION", &text, "", &clients));
 }
 
 TEST_F(AdminClients, OneClientShowsWhatIsKeptAboutIt) {

@@ -104,19 +104,31 @@ TEST_F(Upkeep, ExportWritesEveryColumnAsJsonOldestFirst) {
   }
   expected += "}\n";
 
-  const auto exported = [&](svc::ExportFilter filter) {
+  const auto exported = [&](svc::ExportFilter filter, svc::ExportFormat format = svc::ExportFormat::kJsonLines) {
     std::ostringstream out;
     std::string error;
-    EXPECT_TRUE(svc::ExportLogs(*database_, logrec::kVirusLog, filter, out, &error)) << error;
+    EXPECT_TRUE(svc::ExportLogs(*database_, logrec::kVirusLog, filter, format, out, &error)) << error;
     return out.str();
   };
   const std::string all = exported({});
   EXPECT_EQ(all.substr(0, all.find('\n') + 1), expected);
   EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 2);
-  EXPECT_EQ(exported({"", "6b29fc40-ca47-1067-b31d-00dd010662da"}), expected) << "uids compare without case";
-  const std::string since = exported({"2024-05-07", ""});
+  EXPECT_EQ(exported({"", "", "6b29fc40-ca47-1067-b31d-00dd010662da"}), expected) << "uids compare without case";
+  const std::string since = exported({"2024-05-07", "", ""});
   EXPECT_EQ(std::count(since.begin(), since.end(), '\n'), 1);
   EXPECT_NE(since.find("\"uid\":\"other\""), std::string::npos) << since;
+  const std::string until = exported({"", "2024-05-07", ""});
+  EXPECT_EQ(std::count(until.begin(), until.end(), '\n'), 1);
+  EXPECT_EQ(until.find("\"uid\":\"other\""), std::string::npos) << "the bound itself is left out";
+
+  // CSV: a header, then fields quoted only where they must be, quotes doubled.
+  const std::string csv = exported({"", "2024-05-07", ""}, svc::ExportFormat::kCsv);
+  std::string header;
+  for (const db::Column& column : db::LogColumns(logrec::kVirusLog)) header += (header.empty() ? "" : ",") + column.name;
+  EXPECT_EQ(csv.substr(0, csv.find("\r\n")), header);
+  EXPECT_NE(csv.find(",\"say \"\"hi\"\"\tcaf\u00e9\","), std::string::npos) << csv;
+  EXPECT_NE(csv.find(",14.0,"), std::string::npos) << csv;
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 2);
 }
 
 TEST(Export, JsonStringsAreEscapedAndStayUtf8) {
