@@ -72,7 +72,10 @@ TEST_F(Handlers, CountersMoveByWhatTheRequestsDid) {
   EXPECT_EQ(moved("vgcr_isapi_pipe_failures_total{pipe=\"command_handler\",error=\"2\"}"), 1)
       << "the service's pipe was gone";
   EXPECT_GT(Sample(after, "vgcr_isapi_pool_workers"), 0);
-  EXPECT_EQ(Sample(after, "vgcr_isapi_pool_busy_workers"), 0);
+  // A worker counts a request before it tells the host it is done, so the
+  // counts above are exact; it leaves the busy ones just after, so that
+  // gauge may still hold the last request.
+  EXPECT_LE(Sample(after, "vgcr_isapi_pool_busy_workers"), 1);
   EXPECT_EQ(Sample(after, "vgcr_isapi_disk_threshold_status"), 1700);
   // The buckets only grow with their bound.
   double previous = 0;
