@@ -1,30 +1,66 @@
 #!/usr/bin/env bash
-# A soak of the whole system (not run by the test command): wrk sends the mix
-# of bench/mix.lua (registrations, heartbeats, settings fetches, logs) for
-# VGCR_SOAK_MINUTES (30) with VGCR_SOAK_CONNECTIONS (16, about 80% of the
-# rate that 32 connections reach on this machine; docs/performance.md), and
-# reports the errors, the latency percentiles, and isapi-host's memory and
-# open descriptors at the start and at the end.
-#   bash bench/soak.sh
+# A soak of the whole system (not run by the test command): vgcr-agentsim's
+# fleet for MINUTES (30), VGCR_SOAK_CLIENTS (20,000) agents polling every
+# VGCR_SOAK_HEARTBEAT seconds (10) and reporting 30 logs an hour each, with
+# their status and logon reports: about 2,600 requests a second, a third of
+# the mixed rate of docs/performance.md's soak, so that what grows is the
+# servers' state, not a queue. Each minute an
+# operator changes one client's settings and so sends it fetching. Reports
+# isapi-host's and vgcr-cmdhandler's memory and open descriptors every
+# minute, then the simulator's table: errors and latencies by request kind.
+#   bash bench/soak.sh [MINUTES]
 cd "$(dirname "$0")/.."
+minutes=${1:-${VGCR_SOAK_MINUTES:-30}}
+[[ $minutes =~ ^[0-9]+$ && $minutes -gt 0 ]] || { echo "usage: bash bench/soak.sh [MINUTES]" >&2; exit 2; }
 source bench/lib.sh
-minutes=${VGCR_SOAK_MINUTES:-30}
-connections=${VGCR_SOAK_CONNECTIONS:-16}
+clients=${VGCR_SOAK_CLIENTS:-20000}
+heartbeat=${VGCR_SOAK_HEARTBEAT:-10}
+agentsim=$build/Server/Tools/vgcr-agentsim/vgcr-agentsim
+[[ -x $agentsim ]] || cmake --build --preset linux --target vgcr-agentsim
 
 start_service
 start_host
+cmdhandler=$build/Server/CommandHandler/vgcr-cmdhandler
 
-state() {  # label: isapi-host's resident memory and open descriptors
-  echo "$1: isapi-host RSS $(awk '/VmRSS/ {print $2, $3}' /proc/$hostpid/status)," \
-       "peak $(awk '/VmHWM/ {print $2, $3}' /proc/$hostpid/status)," \
-       "descriptors $(ls /proc/$hostpid/fd | wc -l)"
+state() {  # label: each process's resident memory, peak and open descriptors
+  local label=$1 name pid
+  printf '%-8s' "$label"
+  for name in isapi-host vgcr-cmdhandler; do
+    [[ $name == isapi-host ]] && pid=$hostpid || pid=$service
+    printf '  %s RSS %s kB (peak %s kB), %s descriptors' "$name" \
+      "$(awk '/VmRSS/ {print $2}' /proc/$pid/status)" "$(awk '/VmHWM/ {print $2}' /proc/$pid/status)" \
+      "$(ls /proc/$pid/fd | wc -l)"
+  done
+  echo
+}
+
+# The operator: one registered client's manual scan settings a minute.
+change_settings() {
+  local uid
+  uid=$(sqlite3 "$work/data/cmdhandler.db" "SELECT uid FROM clients ORDER BY random() LIMIT 1" 2>/dev/null) || return 0
+  [[ -n $uid ]] || return 0
+  printf '[Manual_Scan]\nScanAllFiles=%d\n' $((RANDOM % 2)) > "$work/ms.ini"
+  $cmdhandler --data "$work/data" set-section "$uid" MS_CFG "$work/ms.ini" >/dev/null || true
 }
 
 url=http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll
-# A minute of warming up, so that the start is the steady state.
-wrk -t2 -c"$connections" -d60s -s bench/mix.lua "$url" >/dev/null
+echo "== soak: $minutes min, $clients clients, heartbeat $heartbeat s"
 state "start"
-echo "== soak: $minutes min, $connections connections"
-wrk -t2 -c"$connections" -d"${minutes}m" --latency -s bench/mix.lua "$url" |
-  sed -n '/ 50%/p;/ 90%/p;/ 99%/p;/requests in/p;/Socket errors/p;/Non-2xx/p;/Requests\/sec/p;/^errors/p'
+$agentsim --url "$url" --clients "$clients" --duration $((minutes * 60)) --heartbeat "$heartbeat" \
+  --logs-per-hour 30 --json "$work/soak.json" > "$work/agentsim.out" & agentsim_pid=$!
+pids+=($agentsim_pid)
+for minute in $(seq "$minutes"); do
+  sleep 60
+  kill -0 $agentsim_pid 2>/dev/null || break
+  change_settings
+  state "${minute} min"
+done
+wait $agentsim_pid || echo "vgcr-agentsim exited $?"
 state "end"
+sed -n '/^[0-9]* clients, /,$p' "$work/agentsim.out"
+[[ -s $work/soak.json ]] && python3 - "$work/soak.json" <<'PY'
+import json, sys
+total = json.load(open(sys.argv[1]))["total"]
+print(f"errors: {total['failed']} failed, {total['transport_errors']} transport, "
+      f"{total['signature_failures']} signature failures of {total['requests']} requests")
+PY
