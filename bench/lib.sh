@@ -78,6 +78,24 @@ CONF
   nginx -c "$work/nginx.conf" -p "$work"
 }
 
+nginx_yardstick() {  # nginx's fixed reply on 127.0.0.1:18099, measured for $duration s: sets $nginx_rate
+  start_nginx 18099
+  local out
+  out=$(run_wrk "nginx, fixed 2-byte reply" http://127.0.0.1:18099/)
+  echo "$out"
+  nginx_rate=$(awk '/Requests\/sec/ {print $2}' <<<"$out")
+}
+
+scenario_ratios() {  # json: each scenario figure's rate as a ratio to $nginx_rate
+  python3 - "$1" "$nginx_rate" <<'PY'
+import json, sys
+summary, base = json.load(open(sys.argv[1])), float(sys.argv[2])
+for name, figure in summary.get("scenario_figures", {}).items():
+    if "per_s" in figure:
+        print(f"{name}: {figure['per_s']:,.0f}/s, ratio to nginx {figure['per_s'] / base:.3f}")
+PY
+}
+
 start_service() {  # [options...]: vgcr-cmdhandler on a fresh database, listening when this returns
   $build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet "$@" 2>"$work/service.log" & service=$!
   pids+=($service)

@@ -12,11 +12,13 @@ logs=${2:-5}
 agentsim=$build/Server/Tools/vgcr-agentsim/vgcr-agentsim
 [[ -x $agentsim ]] || cmake --build --preset linux --target vgcr-agentsim
 
+nginx_yardstick
 start_service
 start_host
 echo "== outbreak: $clients clients, $logs virus logs each"
 $agentsim --url http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll --clients "$clients" \
   --scenario outbreak --outbreak-logs "$logs" --register-within 5 --json "$work/outbreak.json"
+scenario_ratios "$work/outbreak.json"
 peak_memory "isapi-host" $hostpid
 peak_memory "vgcr-cmdhandler" $service
 kill -TERM $service && wait $service 2>/dev/null || true  # a clean stop: every queued log is written

@@ -12,11 +12,13 @@ within=${2:-10}
 agentsim=$build/Server/Tools/vgcr-agentsim/vgcr-agentsim
 [[ -x $agentsim ]] || cmake --build --preset linux --target vgcr-agentsim
 
+nginx_yardstick
 start_service
 start_host
 echo "== storm: $clients clients registering within $within s"
 $agentsim --url http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll --clients "$clients" \
   --scenario storm --register-within "$within" --json "$work/storm.json"
+scenario_ratios "$work/storm.json"
 peak_memory "isapi-host" $hostpid
 peak_memory "vgcr-cmdhandler" $service
 kill -TERM $service && wait $service 2>/dev/null || true  # a clean stop: every registration is written
