@@ -102,8 +102,8 @@ start_service() {  # [options...]: vgcr-cmdhandler on a fresh database, listenin
   for _ in $(seq 100); do grep -q listening "$work/service.log" 2>/dev/null && break; sleep 0.1; done
 }
 
-start_host() {  # isapi-host with the extension on 127.0.0.1:18090 (environment as given)
-  $host --extension "$module" --listen 127.0.0.1:18090 >/dev/null 2>&1 & hostpid=$!
+start_host() {  # [options...]: isapi-host with the extension on 127.0.0.1:18090 (environment as given)
+  $host --extension "$module" --listen 127.0.0.1:18090 "$@" >/dev/null 2>&1 & hostpid=$!
   pids+=($hostpid)
   sleep 0.5
 }

@@ -18,8 +18,8 @@ heartbeat=${VGCR_SOAK_HEARTBEAT:-10}
 agentsim=$build/Server/Tools/vgcr-agentsim/vgcr-agentsim
 [[ -x $agentsim ]] || cmake --build --preset linux --target vgcr-agentsim
 
-start_service
-start_host
+start_service --metrics 127.0.0.1:18097
+start_host --metrics 127.0.0.1:18098
 cmdhandler=$build/Server/CommandHandler/vgcr-cmdhandler
 
 state() {  # label: each process's resident memory, peak and open descriptors
@@ -58,6 +58,12 @@ done
 wait $agentsim_pid || echo "vgcr-agentsim exited $?"
 state "end"
 sed -n '/^[0-9]* clients, /,$p' "$work/agentsim.out"
+# What went wrong, as the servers counted it: requests not answered by
+# their handler, pipe failures, late senders, commands not done.
+echo "== the servers' counters of what did not go well"
+{ curl -s http://127.0.0.1:18098/metrics; curl -s http://127.0.0.1:18097/metrics; } |
+  grep -E '^(vgcr_isapi_requests_total|vgcr_isapi_pipe_failures_total|vgcr_isapi_queue_full|isapi_host_connections_(refused|cut)|vgcr_cmdhandler_commands_total|vgcr_cmdhandler_late_senders)' |
+  grep -vE 'result="ok"|outcome="done"| 0$' || echo "(nothing)"
 [[ -s $work/soak.json ]] && python3 - "$work/soak.json" <<'PY'
 import json, sys
 total = json.load(open(sys.argv[1]))["total"]

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "cmd_Inbound.h"
 #include "st_Retention.h"
 
 namespace svc {
@@ -12,7 +13,9 @@ ServiceMetrics::ServiceMetrics(const std::string& path, const db::Database& data
       signer_(signer),
       endpoint_([this] { return Render(); }, [this](std::string* reason) { return Healthy(reason); }) {}
 
-bool ServiceMetrics::Start(const std::string& address, uint16_t port, std::string* error) {
+bool ServiceMetrics::Start(const std::string& address, uint16_t port,
+                           const std::vector<std::unique_ptr<CPipeListener>>* listeners, std::string* error) {
+  listeners_ = listeners;
   return endpoint_.Start(address, port, error);
 }
 
@@ -64,6 +67,12 @@ std::string ServiceMetrics::Render() {
     w.Sample("vgcr_cmdhandler_retention_deleted_rows_total", metrics::Labels({{"table", table}}), rows);
   }
   signer_.WriteMetrics(w);
+  w.Family("vgcr_cmdhandler_late_senders_total", "counter",
+           "Senders dropped, and their requests with them, for not sending their whole request in time.");
+  for (const auto& listener : *listeners_) {
+    w.Sample("vgcr_cmdhandler_late_senders_total", metrics::Labels({{"pipe", cmd::ShortPipeName(listener->Name())}}),
+             listener->LateClients());
+  }
   return text;
 }
 

@@ -10,7 +10,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "channel/pipe_Listener.h"
 #include "cmd_Metrics.h"
 #include "db_Database.h"
 #include "metrics/endpoint.h"
@@ -27,7 +29,9 @@ class ServiceMetrics {
 
   // `database` and `signer` must outlive this; `path` is the database file.
   ServiceMetrics(const std::string& path, const db::Database& database, const sig::Signer& signer);
-  bool Start(const std::string& address, uint16_t port, std::string* error);
+  // Serves; the listeners (running, and kept until Stop) are counted too.
+  bool Start(const std::string& address, uint16_t port, const std::vector<std::unique_ptr<CPipeListener>>* listeners,
+             std::string* error);
   void Stop() { endpoint_.Stop(); }
   uint16_t port() const { return endpoint_.port(); }
   cmd::CommandMetrics& commands() { return commands_; }
@@ -44,6 +48,7 @@ class ServiceMetrics {
   const std::string path_;
   const db::Database& database_;
   const sig::Signer& signer_;
+  const std::vector<std::unique_ptr<CPipeListener>>* listeners_ = nullptr;
   cmd::CommandMetrics commands_;
   std::mutex readerLock_;
   std::unique_ptr<db::Database> reader_;

@@ -6,6 +6,7 @@
 
 #include "channel/channel_Settings.h"
 #include "cmd_Dispatch.h"
+#include "cmd_Inbound.h"
 #include "db_Schema.h"
 #include "platform/errors.h"
 #include "platform/text.h"
@@ -50,12 +51,7 @@ bool Service::Start(const Options& options, std::string* error) {
   vdi_ = std::make_unique<st::VdiCoordinator>(
       *database_, st::VdiLimits{options.vdiSlots, std::chrono::seconds(options.vdiTaskTimeoutSeconds),
                                 std::chrono::seconds(options.vdiRetrySeconds)});
-  if (!options.metricsAddress.empty()) {
-    metrics_ = std::make_unique<ServiceMetrics>(path, *database_, *signer_);
-    if (!metrics_->Start(options.metricsAddress, options.metricsPort, error)) return false;
-    Note("metrics at http://" + options.metricsAddress + ":" + std::to_string(metrics_->port()) +
-         "/metrics, health at /healthz");
-  }
+  if (!options.metricsAddress.empty()) metrics_ = std::make_unique<ServiceMetrics>(path, *database_, *signer_);
   context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_, uploads_.get(), vdi_.get(),
                                                          metrics_ ? &metrics_->commands() : nullptr});
   Note("database " + path + ", " + std::to_string(sections.size()) + " default sections, signing certificate " +
@@ -81,6 +77,14 @@ bool Service::Start(const Options& options, std::string* error) {
       return false;
     }
     listeners_.push_back(std::move(listener));
+  }
+  if (metrics_) {
+    if (!metrics_->Start(options.metricsAddress, options.metricsPort, &listeners_, error)) {
+      Stop();
+      return false;
+    }
+    Note("metrics at http://" + options.metricsAddress + ":" + std::to_string(metrics_->port()) +
+         "/metrics, health at /healthz");
   }
   const st::RetentionLimits limits{options.logMaxAgeDays, options.logMaxRows};
   retention_.reset();
@@ -110,7 +114,13 @@ void Service::Stop() {
   const bool running = !listeners_.empty();
   if (running) {
     stop_.Set();
-    for (auto& listener : listeners_) listener->Join();
+    for (auto& listener : listeners_) {
+      listener->Join();
+      if (listener->LateClients() > 0) {
+        Note("pipe " + cmd::ShortPipeName(listener->Name()) + ": " + std::to_string(listener->LateClients()) +
+             " senders dropped for not sending their request in time");
+      }
+    }
     listeners_.clear();
   }
   if (retention_) retention_->Stop();
