@@ -20,9 +20,14 @@ fail() {
   echo "package_test: FAIL: $*" >&2
   exit 1
 }
-stop() {  # stop PID: SIGTERM, then its exit status
+stop() {  # stop PID: SIGTERM, SIGKILL if it is still there after 90 s; then its exit status
   kill -TERM "$1" 2>/dev/null || true
   local status=0
+  for _ in $(seq 900); do
+    [[ -r /proc/$1/stat && $(awk '{print $3}' "/proc/$1/stat" 2>/dev/null) != Z ]] || break
+    sleep 0.1
+  done
+  kill -KILL "$1" 2>/dev/null || true
   wait "$1" 2>/dev/null || status=$?
   return "$status"
 }
@@ -88,9 +93,11 @@ done < <(grep -ho '/usr/[^ ]*' "$units"/*.service | sort -u)
 if command -v systemd-analyze >/dev/null; then
   mkdir "$scratch/units"
   for unit in "$units"/*.service; do sed "s|/usr/|$root/usr/|g" "$unit" >"$scratch/units/${unit##*/}"; done
-  # It reports a bad setting and goes on with status 0: any word is a failure.
+  # It reports a bad setting and goes on with status 0: any word about our
+  # units is a failure (what it says about the machine's own is not ours).
   report=$(systemd-analyze verify "$scratch"/units/*.service 2>&1) || fail "systemd-analyze verify: $report"
-  [[ -z $report ]] || fail "systemd-analyze verify: $report"
+  ours=$(grep -E 'vgcr-cmdhandler|isapi-host|vigilcrest' <<<"$report" || true)
+  [[ -z $ours ]] || fail "systemd-analyze verify: $ours"
 else
   echo "== package_test: systemd-analyze not installed: the units are not verified"
 fi

@@ -2,9 +2,9 @@
 # The test command: on a Debian 12 machine, installs what is missing, builds
 # the three presets (linux, linux-asan, windows) and runs every test, the
 # Windows ones under Wine, then the linux build's Debian package
-# (dpkg-dev: dpkg-shlibdeps works out the package's dependencies). The
-# metrics tests run promtool (Debian's prometheus package) on what the
-# programs serve.
+# (dpkg-dev and file: dpkg-shlibdeps works out the package's dependencies).
+# The metrics tests run promtool, taken from Debian's prometheus package, on
+# what the programs serve (scripts/lib/promtool.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,9 +13,11 @@ ensure_packages \
   cmake ninja-build g++ pkg-config \
   libgtest-dev googletest libbenchmark-dev \
   libssl-dev libmicrohttpd-dev libsqlite3-dev libjsoncpp-dev \
-  dpkg-dev prometheus \
+  dpkg-dev file \
   gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix \
   wine wine64
+
+source scripts/lib/promtool.sh
 
 presets=(${VGCR_PRESETS:-linux linux-asan linux-tsan windows})
 # The windows preset links jsoncpp cross-built from Debian's sources (once;

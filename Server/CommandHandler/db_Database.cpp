@@ -61,6 +61,18 @@ Database::~Database() {
   sqlite3_close(connection_);
 }
 
+std::unique_ptr<Database> Database::OpenForReading(const std::string& path, std::string* error) {
+  sqlite3* connection = nullptr;
+  const int flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_FULLMUTEX;
+  if (sqlite3_open_v2(path.c_str(), &connection, flags, nullptr) != SQLITE_OK) {
+    *error = connection ? sqlite3_errmsg(connection) : "out of memory";
+    sqlite3_close(connection);
+    return nullptr;
+  }
+  sqlite3_busy_timeout(connection, kStatementBusyWaitMs);
+  return std::unique_ptr<Database>(new Database(connection));
+}
+
 std::unique_ptr<Database> Database::Open(const std::string& path, std::string* error) {
   sqlite3* connection = nullptr;
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
@@ -129,8 +141,7 @@ std::unique_lock<std::mutex> Database::Lock() {
 }
 
 Database::GroupStats Database::Groups() const {
-  std::lock_guard guard(lock_);
-  return stats_;
+  return {sharedCommits_.load(std::memory_order_relaxed), sharedCommands_.load(std::memory_order_relaxed)};
 }
 
 void Database::WriteMetrics(metrics::Writer& w) const {
@@ -153,8 +164,8 @@ void Database::SettleGroup() {
   group.settled = true;
   if (group.members > 0) commitSizes_.Observe(static_cast<double>(group.members));
   if (group.members > 1) {
-    ++stats_.commits;
-    stats_.commands += static_cast<uint64_t>(group.members);
+    sharedCommits_.fetch_add(1, std::memory_order_relaxed);
+    sharedCommands_.fetch_add(static_cast<uint64_t>(group.members), std::memory_order_relaxed);
   }
   group_.reset();
   settled_.notify_all();

@@ -67,6 +67,9 @@ class Database {
   // the sqlite3 shell while the service runs, and checks it: a damaged file
   // is refused with a message saying so.
   static std::unique_ptr<Database> Open(const std::string& path, std::string* error);
+  // A connection that only reads an existing database (the service's
+  // metrics): no schema, no check, nothing written.
+  static std::unique_ptr<Database> OpenForReading(const std::string& path, std::string* error);
 
   // Runs one or more statements that return nothing.
   bool Exec(const std::string& sql);
@@ -118,7 +121,8 @@ class Database {
   std::condition_variable settled_;
   std::atomic<int> queued_{0};   // transactions waiting for the lock
   std::shared_ptr<Group> group_;  // the open group, null when none
-  GroupStats stats_;
+  // Read without the lock: a scrape must not wait behind a transaction.
+  std::atomic<uint64_t> sharedCommits_{0}, sharedCommands_{0};
   // From a command's wait for the lock to the end of the commit that holds
   // its work; and how many commands each commit held.
   metrics::Histogram transactionSeconds_{metrics::kLatencyBounds};

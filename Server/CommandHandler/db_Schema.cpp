@@ -72,8 +72,13 @@ CREATE TABLE IF NOT EXISTS section_defaults (
   text TEXT NOT NULL,
   loaded TEXT NOT NULL
 );
--- An operator's defaults (set-default): they stand in for the shipped
--- section of the same name, in section_defaults, across restarts.
+-- The defaults folder as the service found it at its last start, and an
+-- operator's defaults (set-default), which stand in for the shipped section
+-- of the same name in section_defaults, across restarts.
+CREATE TABLE IF NOT EXISTS shipped_defaults (
+  section TEXT PRIMARY KEY,
+  text TEXT NOT NULL
+);
 CREATE TABLE IF NOT EXISTS operator_defaults (
   section TEXT PRIMARY KEY,
   text TEXT NOT NULL,

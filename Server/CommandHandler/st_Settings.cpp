@@ -172,11 +172,13 @@ bool Store::SetUpdateOrder(const std::string& text) {
 
 bool Store::LoadDefaults(const std::map<std::string, std::string>& sections) {
   return db::InTransaction(database_, [&] {
-    if (!database_.Exec("DELETE FROM section_defaults")) return false;
+    if (!database_.Exec("DELETE FROM section_defaults; DELETE FROM shipped_defaults")) return false;
     for (const auto& [name, text] : sections) {
       db::Statement s =
           database_.Prepare(std::string("INSERT INTO section_defaults VALUES (?, ?, ") + db::kNowSql + ")");
       if (!s.Bind(1, name).Bind(2, text).Run()) return false;
+      db::Statement shipped = database_.Prepare("INSERT INTO shipped_defaults VALUES (?, ?)");
+      if (!shipped.Bind(1, name).Bind(2, text).Run()) return false;
     }
     return database_.Exec("INSERT OR REPLACE INTO section_defaults SELECT section, text, updated FROM operator_defaults");
   });
@@ -212,8 +214,7 @@ bool MarkChangedForDefault(db::Database& database, const SectionRule& rule, int6
 
 }  // namespace
 
-bool Store::SetDefault(const std::string& section, const std::string* text, const std::string& shipped,
-                       int64_t* clients) {
+bool Store::SetDefault(const std::string& section, const std::string* text, int64_t* clients) {
   const SectionRule* rule = FindSection(section);
   if (rule == nullptr) return false;
   return db::InTransaction(database_, [&] {
@@ -221,12 +222,15 @@ bool Store::SetDefault(const std::string& section, const std::string* text, cons
     if (text != nullptr) {
       db::Statement own = database_.Prepare("INSERT OR REPLACE INTO operator_defaults VALUES (?, ?, " + now + ")");
       if (!own.Bind(1, section).Bind(2, *text).Run()) return false;
+      db::Statement in = database_.Prepare("INSERT OR REPLACE INTO section_defaults VALUES (?, ?, " + now + ")");
+      if (!in.Bind(1, section).Bind(2, *text).Run()) return false;
     } else {
       db::Statement own = database_.Prepare("DELETE FROM operator_defaults WHERE section = ?");
-      if (!own.Bind(1, section).Run()) return false;
+      db::Statement gone = database_.Prepare("DELETE FROM section_defaults WHERE section = ?");
+      db::Statement back = database_.Prepare("INSERT INTO section_defaults SELECT section, text, " + now +
+                                             " FROM shipped_defaults WHERE section = ?");
+      if (!own.Bind(1, section).Run() || !gone.Bind(1, section).Run() || !back.Bind(1, section).Run()) return false;
     }
-    db::Statement in = database_.Prepare("INSERT OR REPLACE INTO section_defaults VALUES (?, ?, " + now + ")");
-    if (!in.Bind(1, section).Bind(2, text ? *text : shipped).Run()) return false;
     return MarkChangedForDefault(database_, *rule, clients);
   });
 }

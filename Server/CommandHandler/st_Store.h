@@ -89,13 +89,13 @@ class Store {
   // Replaces the default sections with these (name -> text).
   // The shipped defaults, with the operator's own (SetDefault) over them.
   bool LoadDefaults(const std::map<std::string, std::string>& sections);
-  // An operator's default for SECTION (text), or back to the shipped one
-  // (null; `shipped` is then what the defaults folder has, empty for none).
-  // Every client without a section of its own by that name gets it as a
-  // change: the pending record, the flag and a new setting sequence, so
-  // that its next heartbeat tells it to fetch. *clients: how many.
-  bool SetDefault(const std::string& section, const std::string* text, const std::string& shipped,
-                  int64_t* clients);
+  // An operator's default for SECTION (text), or back to the one the
+  // service found in its defaults folder at its last start (null; none
+  // there: no default). Every client without a section of its own by that
+  // name gets it as a change: the pending record, the flag and a new
+  // setting sequence, so that its next heartbeat tells it to fetch.
+  // *clients: how many.
+  bool SetDefault(const std::string& section, const std::string* text, int64_t* clients);
 
  private:
   db::Database& database_;

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <sstream>
 
@@ -159,10 +158,12 @@ int ExportLogsCommand(const Options& options) {
   return 0;
 }
 
-// A protection mask for the client filters: a number from 1 to 2^32 - 1.
+// A protection mask for the client filters: a number from 1 to 2^32 - 1,
+// decimal or 0x hexadecimal.
 bool Mask(const std::string& text, int64_t* mask) {
   char* end = nullptr;
-  const long long value = std::strtoll(text.c_str(), &end, 0);
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  const long long value = std::strtoll(text.c_str() + (hex ? 2 : 0), &end, hex ? 16 : 10);
   if (text.empty() || *end != '\0' || value <= 0 || value > 0xFFFFFFFFll) return false;
   *mask = value;
   return true;
@@ -222,12 +223,10 @@ int DefaultCommand(const Options& options) {
   if (!st::FindSection(section)) return Fail("unknown section " + section + "; one of " + SectionNames(), 2);
   std::string text, error;
   if (set && !ReadText(args[2], &text, &error)) return Fail(error);
-  std::map<std::string, std::string> shipped;
-  if (!set && !st::ReadDefaultSections(options.defaultsFolder, &shipped, &error)) return Fail(error);
   Admin admin;
   if (!Open(options, &admin, &error)) return Fail(error);
   int64_t clients = 0;
-  if (!admin.store->SetDefault(section, set ? &text : nullptr, shipped[section], &clients)) return Fail("not changed");
+  if (!admin.store->SetDefault(section, set ? &text : nullptr, &clients)) return Fail("not changed");
   std::printf("default %s %s; %lld clients without their own get it after their next heartbeat\n", section.c_str(),
               set ? ("stored (" + std::to_string(text.size()) + " bytes)").c_str() : "is the shipped one again",
               static_cast<long long>(clients));

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "cmd_Inbound.h"
+#include "host/mon_Metrics.h"
 #include "st_Retention.h"
 
 namespace svc {
@@ -22,7 +22,7 @@ bool ServiceMetrics::Start(const std::string& address, uint16_t port,
 db::Database* ServiceMetrics::Reader() {
   if (!reader_) {
     std::string ignored;
-    reader_ = db::Database::Open(path_, &ignored);
+    reader_ = db::Database::OpenForReading(path_, &ignored);
   }
   return reader_.get();
 }
@@ -70,7 +70,7 @@ std::string ServiceMetrics::Render() {
   w.Family("vgcr_cmdhandler_late_senders_total", "counter",
            "Senders dropped, and their requests with them, for not sending their whole request in time.");
   for (const auto& listener : *listeners_) {
-    w.Sample("vgcr_cmdhandler_late_senders_total", metrics::Labels({{"pipe", cmd::ShortPipeName(listener->Name())}}),
+    w.Sample("vgcr_cmdhandler_late_senders_total", metrics::Labels({{"pipe", mon::PipeLabel(listener->Name().c_str())}}),
              listener->LateClients());
   }
   return text;

@@ -93,7 +93,7 @@ TEST_F(AdminClients, ADefaultMovesTheClientsWithoutTheirOwnSection) {
   };
   const std::string text = "[MS_CFG]\r\nScanCompressed=0\r\n";
   int64_t clients = 0;
-  ASSERT_TRUE(store.SetDefault("MS_CFG", &text, "", &clients));
+  ASSERT_TRUE(store.SetDefault("MS_CFG", &text, &clients));
   EXPECT_EQ(clients, 1) << "A has its own MS_CFG";
   EXPECT_EQ(sequence(kA), "7");
   EXPECT_EQ(sequence(kB), "1");
@@ -104,13 +104,13 @@ TEST_F(AdminClients, ADefaultMovesTheClientsWithoutTheirOwnSection) {
   ASSERT_TRUE(store.LoadDefaults({{"MS_CFG", "shipped"}}));
   ASSERT_TRUE(store.ReadSection(kB, "MS_CFG", &read));
   EXPECT_EQ(read, text) << "kept across a restart";
-  ASSERT_TRUE(store.SetDefault("MS_CFG", nullptr, "shipped", &clients));
+  ASSERT_TRUE(store.SetDefault("MS_CFG", nullptr, &clients));
   EXPECT_EQ(sequence(kB), "2");
   ASSERT_TRUE(store.ReadSection(kB, "MS_CFG", &read));
   EXPECT_EQ(read, "shipped");
   ASSERT_TRUE(store.ReadSection(kA, "MS_CFG", &read));
   EXPECT_EQ(read, "abc");
-  EXPECT_FALSE(store.SetDefault("NO_SUCH_SECTION", &text, "", &clients));
+  EXPECT_FALSE(store.SetDefault("NO_SUCH_SECTION", &text, &clients));
 }
 
 TEST_F(AdminClients, OneClientShowsWhatIsKeptAboutIt) {

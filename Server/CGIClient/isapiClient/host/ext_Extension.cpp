@@ -1,7 +1,6 @@
 #include "ext_Extension.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "platform/errors.h"
@@ -42,9 +41,7 @@ BOOL CisapiClientExtension::GetExtensionVersion(HSE_VERSION_INFO* version) {
   if (HasCriticalError()) return TRUE;
   const unsigned workers = CThreadPool::DefaultWorkerCount();
   if (InitializeThreadPool(workers, CThreadPool::DefaultQueueLimit(workers))) {
-    if (const char* file = std::getenv("VGCR_METRICS_FILE")) {
-      metricsFile_.Start(plat::FromUtf8(file), [this] { return Metrics(); });
-    }
+    metricsFile_.Start(plat::EnvironmentValue("VGCR_METRICS_FILE"), [this] { return Metrics(); });
     return TRUE;
   }
   UninitializeFramework();

@@ -147,7 +147,7 @@ void RenderPipes(Writer& w) {
       const uint64_t n = Read(c.pipeFailures[p][e]);
       if (n == 0) continue;
       const std::string error = e + 1 == kErrorSlots ? "other" : std::to_string(kPipeErrors[e]);
-      const char* pipe = p + 1 == kPipeSlots ? "other" : kPipes[p].label;
+      const char* pipe = p + 1 == kPipeSlots ? "other" : kPipes[p].label;  // as PipeLabel
       w.Sample("vgcr_isapi_pipe_failures_total", Labels({{"pipe", pipe}, {"error", error}}), n);
     }
   }
@@ -187,6 +187,11 @@ void CountRequest(int32_t requestId, int32_t result, std::chrono::nanoseconds to
 
 void CountPipeFailure(const char16_t* pipeName, uint32_t error) {
   All().pipeFailures[PipeSlot(pipeName)][ErrorSlot(error)].fetch_add(1, std::memory_order_relaxed);
+}
+
+const char* PipeLabel(const char16_t* pipeName) {
+  const std::size_t slot = PipeSlot(pipeName);
+  return slot + 1 == kPipeSlots ? "other" : kPipes[slot].label;
 }
 
 std::string Render(const PoolView& pool, const GuardCaches& guards) {

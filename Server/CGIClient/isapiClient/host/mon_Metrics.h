@@ -32,6 +32,10 @@ void CountRequest(int32_t requestId, int32_t result, std::chrono::nanoseconds to
 // reply did not come: the service pipe's name and the error.
 void CountPipeFailure(const char16_t* pipeName, uint32_t error);
 
+// The `pipe` label of a service pipe: "command_handler", "command_handler2",
+// "server_notify", "threat_log", "log_server", or "other".
+const char* PipeLabel(const char16_t* pipeName);
+
 // What the pool reports at the moment of rendering.
 struct PoolView {
   unsigned workers = 0;

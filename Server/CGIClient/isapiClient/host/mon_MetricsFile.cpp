@@ -31,14 +31,12 @@ void MetricsFile::Start(const std::u16string& path, std::function<std::string()>
 }
 
 void MetricsFile::Run(unsigned periodSeconds) {
-  std::unique_lock lock(mutex_);
   for (;;) {
-    lock.unlock();
     Write(path_, render_());
-    lock.lock();
-    if (stopping_) return;
-    wake_.wait_for(lock, std::chrono::seconds(periodSeconds), [this] { return stopping_; });
+    std::unique_lock lock(mutex_);
+    if (wake_.wait_for(lock, std::chrono::seconds(periodSeconds), [this] { return stopping_; })) break;
   }
+  Write(path_, render_());  // after the stop was asked: the final counts
 }
 
 void MetricsFile::Stop() {

@@ -53,4 +53,9 @@ void OutputDebugText(const char16_t* text) {
   std::fputs(ToUtf8(text).c_str(), stderr);
 }
 
+std::u16string EnvironmentValue(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? FromUtf8(value) : u"";
+}
+
 }  // namespace plat

@@ -1,6 +1,9 @@
 #include <windows.h>
 
+#include <cstdlib>
 #include <ctime>
+#include <cwchar>
+#include <string>
 
 #include "platform/diagnostics.h"
 #include "platform/process.h"
@@ -28,6 +31,13 @@ std::u16string ProcessFileName() {
 
 void OutputDebugText(const char16_t* text) {
   if (text) ::OutputDebugStringW(win32::W(text));
+}
+
+std::u16string EnvironmentValue(const char* name) {
+  std::wstring wide(name, name + std::char_traits<char>::length(name));
+  const wchar_t* value = ::_wgetenv(wide.c_str());
+  if (value == nullptr) return u"";
+  return std::u16string(reinterpret_cast<const char16_t*>(value), std::wcslen(value));
 }
 
 }  // namespace plat

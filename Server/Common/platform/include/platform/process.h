@@ -22,4 +22,8 @@ LocalTime NowLocal();
 // The full file name of the running program (GetModuleFileNameW(NULL)).
 std::u16string ProcessFileName();
 
+// An environment variable's value; empty when it is not set. Windows: read
+// as UTF-16 (_wgetenv), so a path in any script survives; POSIX: UTF-8.
+std::u16string EnvironmentValue(const char* name);
+
 }  // namespace plat
