@@ -73,6 +73,12 @@ std::string ServiceMetrics::Render() {
     w.Sample("vgcr_cmdhandler_late_senders_total", metrics::Labels({{"pipe", mon::PipeLabel(listener->Name().c_str())}}),
              listener->LateClients());
   }
+  w.Family("vgcr_cmdhandler_empty_senders_total", "counter",
+           "Senders that connected and went without sending a byte (nothing to run).");
+  for (const auto& listener : *listeners_) {
+    w.Sample("vgcr_cmdhandler_empty_senders_total", metrics::Labels({{"pipe", mon::PipeLabel(listener->Name().c_str())}}),
+             listener->EmptyClients());
+  }
   return text;
 }
 

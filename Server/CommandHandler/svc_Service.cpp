@@ -120,6 +120,11 @@ void Service::Stop() {
         Note("pipe " + cmd::ShortPipeName(listener->Name()) + ": " + std::to_string(listener->LateClients()) +
              " senders dropped for not sending their request in time");
       }
+      if (listener->EmptyClients() > 0) {
+        Note("pipe " + cmd::ShortPipeName(listener->Name()) + ": " + std::to_string(listener->EmptyClients()) +
+             " senders went without sending a byte (the last with error " +
+             std::to_string(listener->LastEmptyError()) + ")");
+      }
     }
     listeners_.clear();
   }

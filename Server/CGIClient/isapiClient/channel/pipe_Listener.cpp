@@ -152,7 +152,10 @@ bool CPipeListener::ReadRequest(Instance& instance, const plat::Event& stop, Pip
       }
       ok = instance.end.Result(&n, false);
     }
-    if (!ok && plat::LastError() != plat::kErrorMoreData) return true;
+    if (!ok && plat::LastError() != plat::kErrorMoreData) {
+      if (request->bytes.empty()) request->endError = plat::LastError();
+      return true;
+    }
     if (request->clientPid == 0) instance.end.ClientProcessId(&request->clientPid);
     if (request->bytes.size() + n > maxRequest_) {
       request->tooLong = true;  // the rest is read and thrown away
@@ -175,6 +178,11 @@ void CPipeListener::Serve(Instance& instance, const plat::Event& stop) {
       continue;
     }
     Relisten(instance.end, &instance.connected);
-    if (!request.bytes.empty() || request.tooLong) handler_(std::move(request));
+    if (!request.bytes.empty() || request.tooLong) {
+      handler_(std::move(request));
+    } else {
+      emptyClients_.fetch_add(1, std::memory_order_relaxed);
+      lastEmptyError_.store(request.endError, std::memory_order_relaxed);
+    }
   }
 }

@@ -20,6 +20,7 @@ struct PipeRequest {
   std::vector<uint32_t> pieceSizes;  // the size of each pipe message
   uint32_t clientPid = 0;
   bool tooLong = false;              // cut at the listener's limit
+  uint32_t endError = 0;             // what ended a request that holds no byte
 };
 
 class CPipeListener {
@@ -45,6 +46,10 @@ class CPipeListener {
   // connecting, or no first piece within 500 ms while half the instances
   // or more wait for one.
   uint64_t LateClients() const { return lateClients_.load(); }
+  // Clients that connected and ended without sending a byte, and the error
+  // the last of them ended with.
+  uint64_t EmptyClients() const { return emptyClients_.load(); }
+  uint32_t LastEmptyError() const { return lastEmptyError_.load(); }
 
  private:
   struct Instance {
@@ -62,5 +67,7 @@ class CPipeListener {
   std::size_t maxRequest_;
   std::vector<std::unique_ptr<Instance>> instances_;
   std::atomic<uint64_t> lateClients_{0};
+  std::atomic<uint64_t> emptyClients_{0};
+  std::atomic<uint32_t> lastEmptyError_{0};
   std::atomic<uint32_t> waitingFirst_{0};  // instances waiting for a first piece
 };
