@@ -86,6 +86,27 @@ nginx_yardstick() {  # nginx's fixed reply on 127.0.0.1:18099, measured for $dur
   nginx_rate=$(awk '/Requests\/sec/ {print $2}' <<<"$out")
 }
 
+run_scenario() {  # name tables... -- simulator options...: nginx, then the system under vgcr-agentsim,
+  # the scenario's ratios and peak memory, a clean stop, and the rows each table holds
+  local name=$1 tables=() agentsim=$build/Server/Tools/vgcr-agentsim/vgcr-agentsim table
+  shift
+  while (($#)) && [[ $1 != -- ]]; do tables+=("$1"); shift; done
+  shift
+  [[ -x $agentsim ]] || cmake --build --preset linux --target vgcr-agentsim
+  nginx_yardstick
+  start_service
+  start_host
+  $agentsim --url http://127.0.0.1:18090/vigilcrest/cgi/isapiClient.dll --scenario "$name" \
+    --json "$work/$name.json" "$@"
+  scenario_ratios "$work/$name.json"
+  peak_memory "isapi-host" $hostpid
+  peak_memory "vgcr-cmdhandler" $service
+  kill -TERM $service && wait $service 2>/dev/null || true  # a clean stop: everything queued is written
+  for table in "${tables[@]}"; do
+    echo "$table rows stored: $(sqlite3 "$work/data/cmdhandler.db" "SELECT COUNT(*) FROM $table" 2>/dev/null || echo '?')"
+  done
+}
+
 scenario_ratios() {  # json: each scenario figure's rate as a ratio to $nginx_rate
   python3 - "$1" "$nginx_rate" <<'PY'
 import json, sys
