@@ -195,39 +195,6 @@ TEST_F(Updates, AWaitingSenderOfABadReportIsAnsweredAtOnce) {
   EXPECT_EQ(Count("update_history"), "0");
 }
 
-TEST_F(Updates, TheCertificateAClientTrustsIsStoredAndTold) {
-  ASSERT_NO_FATAL_FAILURE(RegisterBoth());
-  std::string error;
-  const auto signer = sig::Signer::Open(folder_, sig::KeyKind::kEcdsaP256, &error);  // the service's own files
-  ASSERT_TRUE(signer) << error;
-  const std::u16string issuer = plat::FromUtf8(signer->Issuer());
-  const std::u16string serial = plat::FromUtf8(signer->Serial());
-  const struct {
-    const char* what;
-    const char16_t* uid;
-    std::u16string issuer, serial;
-    int32_t status;
-  } cases[] = {
-      {"the one in use", kUid, issuer, u"000" + serial, tagCln_SetCertificateAnswer::kCurrent},
-      {"another certificate", kOtherUid, u"CN=Elsewhere", u"1234", tagCln_SetCertificateAnswer::kNotCurrent},
-      {"unknown client", kStranger, issuer, serial, tagCln_SetCertificateAnswer::kUnknownClient},
-  };
-  for (const auto& c : cases) {
-    tagCln_SetCertificate record;
-    record.uid = c.uid;
-    record.issuer = c.issuer;
-    record.serial = c.serial;
-    tagCln_SetCertificateAnswer answer;
-    answer.status = 99;
-    ASSERT_TRUE(AskService(u"CMDHLV2_CLN_SET_CERTIFICATE", record, answer)) << c.what;
-    EXPECT_EQ(answer.status, c.status) << c.what;
-  }
-  EXPECT_EQ(Count("client_certificates"), "2") << "one row per known client, the latest kept";
-  EXPECT_EQ(db_->Value(std::string("SELECT issuer || ' ' || serial FROM client_certificates WHERE uid = '") +
-                       plat::ToUtf8(kOtherUid) + "'"),
-            "CN=Elsewhere 1234");
-}
-
 // A new key pair put where the service reads it, as an operator would.
 void ReplaceKeys(const std::string& folder) {
   const std::string other = MakeTempFolder();

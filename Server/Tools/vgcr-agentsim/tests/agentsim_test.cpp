@@ -1,6 +1,5 @@
-// The simulator's parts on their own: reading replies, its options, its
-// clients' identities and requests, the schedule, the counts, the signature
-// check and the kept-alive connection. The whole against the real server is
+// The simulator's parts on their own: reading replies, the schedule, the
+// rate cap, the signature check and the kept-alive connection. The whole against the real server is
 // in Server/CommandHandler/tests/system_agentsim_test.cpp.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -23,13 +22,9 @@
 #include "endpoint.h"
 #include "http_connection.h"
 #include "http_reply.h"
-#include "identity.h"
-#include "options.h"
-#include "queries.h"
 #include "rate_limit.h"
 #include "replies.h"
 #include "schedule.h"
-#include "stats.h"
 
 namespace {
 
@@ -89,139 +84,6 @@ TEST(Replies, CodesAndThePollingBlock) {
   EXPECT_FALSE(ParsePolling("-5", &state));
 }
 
-Parsed Parse(std::vector<std::string> args, Options* options, std::string* error) {
-  std::vector<char*> argv = {const_cast<char*>("vgcr-agentsim")};
-  for (std::string& arg : args) argv.push_back(arg.data());
-  return ParseOptions(static_cast<int>(argv.size()), argv.data(), options, error);
-}
-
-TEST(Options, DefaultsBoundsAndRefusals) {
-  Options o;
-  std::string error;
-  ASSERT_EQ(Parse({"--url", "http://h:1/p", "--clients", "100000", "--duration=30", "--heartbeat", "20"}, &o, &error),
-            Parsed::kRun)
-      << error;
-  EXPECT_EQ(o.clients, 100000u);
-  EXPECT_EQ(o.duration, 30);
-  EXPECT_EQ(o.registerWithin, 20) << "the first registrations spread over one heartbeat";
-  EXPECT_EQ(o.connections, 64u);
-  EXPECT_EQ(o.jitter, 0.2);
-
-  Options storm;
-  ASSERT_EQ(Parse({"--url", "http://h:1/p", "--clients", "5", "--scenario", "storm"}, &storm, &error), Parsed::kRun);
-  EXPECT_GT(storm.duration, 0) << "a scenario is bounded without --duration";
-
-  const std::vector<std::vector<std::string>> bad = {
-      {"--url", "http://h:1/p", "--clients", "100001", "--duration", "1"},
-      {"--url", "http://h:1/p", "--clients", "-1", "--duration", "1"},
-      {"--url", "http://h:1/p", "--clients", "5"},
-      {"--clients", "5", "--duration", "1"},
-      {"--url", "http://h:1/p", "--clients", "5", "--duration", "1", "--jitter", "1"},
-      {"--url", "http://h:1/p", "--clients", "5", "--duration", "nan"},
-      {"--url", "http://h:1/p", "--clients", "5", "--duration", "1", "--scenario", "flood"},
-      {"--url", "http://h:1/p", "--clients", "5", "--duration", "1", "--sign"},
-      {"--url", "http://h:1/p", "--clients", "5", "--duration", "1", "--certificate", "c.pem"},
-      {"--url", "http://h:1/p", "--clients", "5", "--duration", "1", "--no-such"},
-      {"--url", "http://h:1/p", "--clients", "5", "--duration"},
-  };
-  for (const auto& args : bad) {
-    Options refused;
-    error.clear();
-    EXPECT_EQ(Parse(args, &refused, &error), Parsed::kBad) << args.back();
-    EXPECT_FALSE(error.empty());
-  }
-  EXPECT_EQ(Parse({"--clients", "5", "--help"}, &o, &error), Parsed::kHelp);
-
-  Endpoint e;
-  ASSERT_TRUE(ParseUrl("http://127.0.0.1:8080/vigilcrest/cgi/isapiClient.dll", &e, &error));
-  EXPECT_EQ(e.host + " " + e.port + " " + e.path + " " + e.authority,
-            "127.0.0.1 8080 /vigilcrest/cgi/isapiClient.dll 127.0.0.1:8080");
-  ASSERT_TRUE(ParseUrl("http://[::1]/x", &e, &error));
-  EXPECT_EQ(e.host + " " + e.port, "::1 80");
-  for (const char* url : {"https://h/x", "http://h:port/x", "http://:80/x", "http://h/x?requestid=1"}) {
-    EXPECT_FALSE(ParseUrl(url, &e, &error)) << url;
-  }
-}
-
-TEST(Identity, DistinctDeterministicAndWithinTheFieldWidths) {
-  std::set<std::string> uids, computers, ips, macs;
-  constexpr uint32_t kClients = 100000;
-  for (uint32_t i = 0; i < kClients; ++i) {
-    const Identity id = MakeIdentity(42, i);
-    uids.insert(id.uid);
-    computers.insert(id.computer);
-    ips.insert(id.ip);
-    macs.insert(id.mac);
-  }
-  EXPECT_EQ(uids.size(), kClients);
-  EXPECT_EQ(computers.size(), kClients);
-  EXPECT_EQ(ips.size(), kClients);
-  EXPECT_EQ(macs.size(), kClients);
-
-  const Identity id = MakeIdentity(42, 7);
-  EXPECT_EQ(MakeIdentity(42, 7).uid, id.uid) << "the same seed brings back the same client";
-  EXPECT_NE(MakeIdentity(43, 7).uid, id.uid);
-  ASSERT_EQ(id.uid.size(), 36u);
-  for (std::size_t i = 0; i < id.uid.size(); ++i) {
-    const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
-    EXPECT_TRUE(dash ? id.uid[i] == '-' : std::isxdigit(static_cast<unsigned char>(id.uid[i])) != 0) << id.uid;
-  }
-  EXPECT_EQ(id.mac.size(), 12u);
-  EXPECT_LE(id.computer.size(), 120u);
-  EXPECT_LE(id.platform.size(), 22u);
-  EXPECT_LE(id.release.size(), 7u);
-  EXPECT_LE(id.engine.size(), 20u);
-  EXPECT_EQ(id.userUid.size(), 36u);
-  EXPECT_NE(id.userUid, id.uid);
-}
-
-bool Has(const std::string& query, const std::string& key) {
-  return query.rfind(key + "=", 0) == 0 || query.find("&" + key + "=") != std::string::npos;
-}
-
-TEST(Queries, EachCarriesTheKeysItsRequestNeeds) {
-  EXPECT_EQ(UrlEncode("CN=A B,O=C\\d~"), "CN%3DA%20B%2CO%3DC%5Cd~");
-  const Identity id = MakeIdentity(1, 3);
-  EXPECT_EQ(SettingsQuery(id, 0), "requestid=202&functiontype=1&uid=" + id.uid + "&release=" + id.release);
-  const std::string registration = RegistrationQuery(id, nullptr);
-  for (const char* key : {"requestid", "uid", "computer", "domain", "ip", "mac", "release", "date", "time"}) {
-    EXPECT_TRUE(Has(registration, key)) << key;
-  }
-  EXPECT_FALSE(Has(registration, "CLN_SA_SN"));
-  const TrustedCertificate trusted{"CN=X", "0A"};
-  EXPECT_TRUE(Has(RegistrationQuery(id, &trusted), "CLN_SA_SN"));
-
-  const struct {
-    LogFamily family;
-    std::vector<const char*> required;
-  } logs[] = {
-      {LogFamily::kVirus, {"date", "time", "virus", "file"}},
-      {LogFamily::kUrlFiltering, {"time"}},
-      {LogFamily::kScanOperation, {"START_DATE", "START_TIME", "SCAN_STATUS", "SCAN_TYPE"}},
-      {LogFamily::kSuspiciousObject, {"SoData", "Time"}},
-      {LogFamily::kNetworkCallback, {"time", "CCServer"}},
-  };
-  Random random(5);
-  for (const auto& log : logs) {
-    const std::string q = LogQuery(id, log.family, random);
-    EXPECT_TRUE(Has(q, "requestid") && Has(q, "functiontype") && Has(q, "uid")) << q;
-    for (const char* key : log.required) EXPECT_TRUE(Has(q, key)) << key << " in " << q;
-  }
-  const std::string suspicious = LogQuery(id, LogFamily::kSuspiciousObject, random);
-  const std::size_t sha1 = suspicious.find("SoData=") + 7;
-  EXPECT_EQ(suspicious.find_first_not_of("0123456789abcdef", sha1) - sha1, 40u) << "SoData is a SHA-1";
-
-  int virus = 0;
-  std::set<LogFamily> seen;
-  for (int i = 0; i < 10000; ++i) {
-    const LogFamily f = PickLogFamily(random);
-    virus += f == LogFamily::kVirus;
-    seen.insert(f);
-  }
-  EXPECT_GT(virus, 8000) << "mostly virus logs";
-  EXPECT_EQ(seen.size(), kLogFamilyCount);
-}
-
 TEST(Schedule, TakesInOrderWhenDueAndEndsWhenDrained) {
   Schedule schedule(10);
   schedule.PushMany({{60'000, 2, Action::kLog}, {0, 1, Action::kRegister}, {30'000, 3, Action::kHeartbeat}});
@@ -258,48 +120,6 @@ TEST(Schedule, TakesInOrderWhenDueAndEndsWhenDrained) {
   bounded.Push({bounded.NowUs() + 10'000'000, 0, Action::kLog});
   EXPECT_FALSE(bounded.Take(&due)) << "due after the run's end";
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
-}
-
-TEST(Stats, OutcomesPercentilesAndMerge) {
-  EXPECT_EQ(Percentile({}, 0.5), 0);
-  const std::vector<float> sorted = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-  EXPECT_EQ(Percentile(sorted, 0.5), 5);
-  EXPECT_EQ(Percentile(sorted, 0.9), 9);
-  EXPECT_EQ(Percentile(sorted, 0.99), 10);
-
-  ThreadStats a(1), b(2);
-  Outcome ok;
-  ok.status = 200;
-  ok.ms = 1;
-  Outcome code = ok, busy = ok, gone, badsig = ok;
-  code.code = -5;
-  busy.status = 503;
-  busy.ms = 40;
-  gone.transport = true;
-  gone.ms = 30000;
-  badsig.badSignature = true;
-  for (const Outcome& o : {ok, code, busy, gone, badsig}) a.Record(Kind::kHeartbeat, o);
-  b.Record(Kind::kHeartbeat, code);
-  b.Record(Kind::kLog, ok);
-  const Summary s = Merge({&a, &b});
-  const KindSummary& hb = s.kinds[static_cast<std::size_t>(Kind::kHeartbeat)];
-  EXPECT_EQ(hb.requests, 6u);
-  EXPECT_EQ(hb.failed, 3u) << "-5 twice and one 503; a bad signature alone is not a failure";
-  EXPECT_EQ(hb.transport, 1u);
-  EXPECT_EQ(hb.badSignatures, 1u);
-  EXPECT_EQ(hb.errors, (std::map<int, uint64_t>{{-5, 2}, {503, 1}}));
-  EXPECT_EQ(hb.max, 40) << "a transport failure has no latency";
-  EXPECT_EQ(s.total.requests, 7u);
-
-  Latencies many;
-  Random random(3);
-  for (int i = 0; i < 100000; ++i) many.Add(i % 100, random);
-  many.Add(5000, random);
-  EXPECT_EQ(many.samples().size(), Latencies::kMaxSamples);
-  EXPECT_EQ(many.max(), 5000);
-  std::vector<float> kept = many.samples();
-  std::sort(kept.begin(), kept.end());
-  EXPECT_NEAR(Percentile(kept, 0.5), 50, 3) << "the samples kept stand for the whole run";
 }
 
 TEST(RateLimit, CapsTheRateAndNeverWaitsPastTheEnd) {
