@@ -6,29 +6,25 @@
 namespace db {
 
 Statement& Statement::Bind(int index, int64_t value) {
-  if (failed_) return *this;
-  if (sqlite3_bind_int64(statement_, index, value) != SQLITE_OK) failed_ = true;
+  if (!failed_ && !cursor_->Bind(index, value)) failed_ = true;
   return *this;
 }
 
 Statement& Statement::Bind(int index, const std::string& text) {
-  if (failed_) return *this;
-  if (sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT) != SQLITE_OK)
-    failed_ = true;
+  if (!failed_ && !cursor_->Bind(index, text)) failed_ = true;
   return *this;
 }
 
 Statement& Statement::BindNull(int index) {
-  if (failed_) return *this;
-  if (sqlite3_bind_null(statement_, index) != SQLITE_OK) failed_ = true;
+  if (!failed_ && !cursor_->BindNull(index)) failed_ = true;
   return *this;
 }
 
 bool Statement::Step() {
   if (failed_) return false;
-  const int rc = sqlite3_step(statement_);
-  if (rc == SQLITE_ROW) return true;
-  if (rc != SQLITE_DONE) failed_ = true;
+  const int rc = cursor_->Step();
+  if (rc == 1) return true;
+  if (rc < 0) failed_ = true;
   return false;
 }
 
@@ -37,57 +33,33 @@ bool Statement::Run() {
   return !failed_;
 }
 
-int64_t Statement::Int(int column) const { return sqlite3_column_int64(statement_, column); }
+Database::~Database() = default;
 
-std::string Statement::Text(int column) const {
-  const auto* text = sqlite3_column_text(statement_, column);
-  return text ? std::string(reinterpret_cast<const char*>(text),
-                            static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)))
-              : std::string();
+std::unique_ptr<Database> Database::OpenForReading(const std::string& location, std::string* error,
+                                                   const std::string& password) {
+  std::unique_ptr<Connection> connection =
+      IsPostgresLocation(location) ? ConnectPostgres(location, password, error) : OpenSqlite(location, true, error);
+  if (!connection) return nullptr;
+  connection->SetBusyWait(kStatementBusyWaitMs);
+  if (connection->backend() == Backend::kPostgres) connection->Exec("SET default_transaction_read_only = on");
+  return std::unique_ptr<Database>(new Database(std::move(connection)));
 }
 
-bool Statement::IsNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
-
-int Statement::Type(int column) const { return sqlite3_column_type(statement_, column); }
-
-double Statement::Real(int column) const { return sqlite3_column_double(statement_, column); }
-
-int Statement::Columns() const { return sqlite3_column_count(statement_); }
-
-std::string Statement::ColumnName(int column) const { return sqlite3_column_name(statement_, column); }
-
-Database::~Database() {
-  for (auto& [sql, statement] : cache_) sqlite3_finalize(statement);
-  sqlite3_close(connection_);
-}
-
-std::unique_ptr<Database> Database::OpenForReading(const std::string& path, std::string* error) {
-  sqlite3* connection = nullptr;
-  const int flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_FULLMUTEX;
-  if (sqlite3_open_v2(path.c_str(), &connection, flags, nullptr) != SQLITE_OK) {
-    *error = connection ? sqlite3_errmsg(connection) : "out of memory";
-    sqlite3_close(connection);
-    return nullptr;
+std::unique_ptr<Database> Database::Open(const std::string& location, std::string* error, const std::string& password) {
+  if (IsPostgresLocation(location)) {
+    std::unique_ptr<Connection> connection = ConnectPostgres(location, password, error);
+    if (!connection) return nullptr;
+    return std::unique_ptr<Database>(new Database(std::move(connection)));
   }
-  sqlite3_busy_timeout(connection, kStatementBusyWaitMs);
-  return std::unique_ptr<Database>(new Database(connection));
-}
-
-std::unique_ptr<Database> Database::Open(const std::string& path, std::string* error) {
-  sqlite3* connection = nullptr;
-  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
-  if (sqlite3_open_v2(path.c_str(), &connection, flags, nullptr) != SQLITE_OK) {
-    *error = connection ? sqlite3_errmsg(connection) : "out of memory";
-    sqlite3_close(connection);
-    return nullptr;
-  }
-  std::unique_ptr<Database> database(new Database(connection));
+  std::unique_ptr<Connection> connection = OpenSqlite(location, false, error);
+  if (!connection) return nullptr;
+  std::unique_ptr<Database> database(new Database(std::move(connection)));
   // A statement outside a transaction (the schema, an operator's command,
   // a read) waits a little for another writer; a transaction's own wait
   // to begin is taken outside the lock (Transaction).
-  sqlite3_busy_timeout(connection, kStatementBusyWaitMs);
+  database->SetBusyWait(kStatementBusyWaitMs);
   if (!database->Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;")) {
-    *error = path + ": " + database->LastError();
+    *error = location + ": " + database->LastError();
     return nullptr;
   }
   // A damaged file is refused at start, with what is wrong, rather than
@@ -98,45 +70,37 @@ std::unique_ptr<Database> Database::Open(const std::string& path, std::string* e
     verdict = check.Step() ? check.Text(0) : database->LastError();
   }
   if (verdict != "ok") {
-    *error = "the database " + path + " is damaged (" + verdict +
+    *error = "the database " + location + " is damaged (" + verdict +
              "); restore it from a copy or move it away to start with an empty one";
     return nullptr;
   }
   return database;
 }
 
-bool Database::Exec(const std::string& sql) {
-  return sqlite3_exec(connection_, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+bool Database::Exec(const std::string& sql) { return connection_->Exec(sql); }
+
+Statement Database::Prepare(const std::string& sql) { return Statement(connection_->Prepare(sql)); }
+
+std::string Database::LastError() const { return connection_->LastError(); }
+
+void Database::SetBusyWait(int ms) { connection_->SetBusyWait(ms); }
+
+bool Database::Busy() const { return connection_->Busy(); }
+
+int64_t Database::Changes() const { return connection_->Changes(); }
+
+bool Database::Revive() {
+  if (!connection_->Lost()) return true;
+  const auto now = std::chrono::steady_clock::now();
+  if (now - lastReconnect_ < std::chrono::milliseconds(kReconnectGapMs)) return false;
+  lastReconnect_ = now;
+  return connection_->Reconnect();
 }
-
-Statement Database::Prepare(const std::string& sql) {
-  auto found = cache_.find(sql);
-  if (found == cache_.end()) {
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v3(connection_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
-                           &statement, nullptr) != SQLITE_OK)
-      return Statement(nullptr);
-    found = cache_.emplace(sql, statement).first;
-  }
-  sqlite3_reset(found->second);
-  sqlite3_clear_bindings(found->second);
-  return Statement(found->second);
-}
-
-std::string Database::LastError() const { return sqlite3_errmsg(connection_); }
-
-void Database::SetBusyWait(int ms) { sqlite3_busy_timeout(connection_, ms); }
-
-bool Database::Busy() const {
-  const int code = sqlite3_errcode(connection_);
-  return code == SQLITE_BUSY || code == SQLITE_LOCKED;
-}
-
-int64_t Database::Changes() const { return sqlite3_changes64(connection_); }
 
 std::unique_lock<std::mutex> Database::Lock() {
   std::unique_lock guard(lock_);
   if (group_) SettleGroup();
+  Revive();
   return guard;
 }
 
@@ -152,14 +116,12 @@ void Database::WriteMetrics(metrics::Writer& w) const {
   commitSizes_.Write(w, "vgcr_cmdhandler_commit_commands", "");
 }
 
-bool Database::TransactionOpen() const { return sqlite3_get_autocommit(connection_) == 0; }
-
 void Database::SettleGroup() {
   Group& group = *group_;
-  // Some failures (a full disk, an I/O error) make SQLite roll back the
-  // whole transaction, not only the savepoint that failed: then there is
+  // Some failures (a full disk, an I/O error, a lost server) end the whole
+  // transaction, not only the savepoint that failed: then there is
   // nothing to commit, and the group has failed.
-  group.committed = TransactionOpen() && Exec("COMMIT");
+  group.committed = TransactionOpen() && connection_->Commit();
   if (!group.committed && TransactionOpen()) Exec("ROLLBACK");
   group.settled = true;
   if (group.members > 0) commitSizes_.Observe(static_cast<double>(group.members));
@@ -195,16 +157,16 @@ std::unique_lock<std::mutex> TakeQueued(std::mutex& lock, std::atomic<int>& queu
 
 Transaction::Transaction(Database& database)
     : database_(database), guard_(TakeQueued(database.lock_, database.queued_)) {
-  // A group whose transaction SQLite has rolled back is over: its members
-  // learn that it failed, and this command begins another.
+  // A group whose transaction the database has rolled back is over: its
+  // members learn that it failed, and this command begins another.
   if (database_.group_ && !database_.TransactionOpen()) database_.SettleGroup();
-  if (!database_.group_ && !BeginGroup()) return;
+  if (!database_.group_ && (!database_.Revive() || !BeginGroup())) return;
   begun_ = database_.Exec("SAVEPOINT command");
   if (!begun_) SettleIfLast();
 }
 
-// Another process writing (the sqlite3 shell, a backup) makes BEGIN
-// IMMEDIATE busy. The wait for it is taken without the lock, so that the
+// Another process writing (the sqlite3 shell, a backup) makes SQLite's
+// BEGIN IMMEDIATE busy. The wait for it is taken without the lock, so that the
 // commands queued behind are not held too, and it is short: a command that
 // cannot begin fails, and its requester is answered at once. Only BEGIN
 // itself runs without SQLite's busy wait: whoever takes the lock meanwhile
@@ -214,7 +176,7 @@ bool Transaction::BeginGroup() {
   auto group = std::make_shared<Database::Group>();  // made first: nothing can fail once BEGIN has run
   for (;;) {
     database_.SetBusyWait(0);
-    const bool begun = database_.Exec("BEGIN IMMEDIATE");
+    const bool begun = database_.connection_->Begin();
     const bool busy = !begun && database_.Busy();
     database_.SetBusyWait(Database::kStatementBusyWaitMs);
     if (begun) {

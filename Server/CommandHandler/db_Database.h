@@ -1,17 +1,16 @@
-// A small face over SQLite: one connection per process, statements prepared
-// once and reused, and transactions that roll back unless committed.
+// A small face over the database (db_Connection.h): one connection per
+// process, statements prepared once and reused, and transactions that roll
+// back unless committed.
 // Every method is called with the database's lock held (Transaction or
 // Database::Lock holds it).
 //
 // Group commit: the transactions of commands that arrive together share
-// one SQLite transaction. Each command's work runs in a savepoint of its
+// one database transaction. Each command's work runs in a savepoint of its
 // own (a failure rolls back that command alone); the last command of the
 // group, the one that finds nobody waiting behind it, commits for all, and
 // every Commit returns only once the commit that holds its work is done, so
 // whatever a command answers after Commit is stored.
 #pragma once
-
-#include <sqlite3.h>
 
 #include <atomic>
 #include <chrono>
@@ -23,6 +22,7 @@
 #include <optional>
 #include <string>
 
+#include "db_Connection.h"
 #include "metrics/text.h"
 
 namespace db {
@@ -30,10 +30,10 @@ namespace db {
 class Statement {
  public:
   // A null statement (one that did not prepare) fails every call.
-  explicit Statement(sqlite3_stmt* statement) : statement_(statement), failed_(statement == nullptr) {}
+  explicit Statement(Cursor* cursor) : cursor_(cursor), failed_(cursor == nullptr) {}
   // Reset when done with, so that no read stays open on the connection.
   ~Statement() {
-    if (statement_) sqlite3_reset(statement_);
+    if (cursor_) cursor_->Reset();
   }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
@@ -41,35 +41,41 @@ class Statement {
   Statement& Bind(int index, int64_t value);
   Statement& Bind(int index, const std::string& text);
   Statement& BindNull(int index);
-  // sqlite3_step: true while a row is ready.
+  // True while a row is ready.
   bool Step();
   // Runs a statement that returns no rows; false on an error.
   bool Run();
-  int64_t Int(int column) const;
-  std::string Text(int column) const;
-  bool IsNull(int column) const;
-  // SQLITE_INTEGER, SQLITE_FLOAT, SQLITE_TEXT, SQLITE_BLOB or SQLITE_NULL.
-  int Type(int column) const;
-  double Real(int column) const;
-  int Columns() const;
-  std::string ColumnName(int column) const;
+  int64_t Int(int column) const { return cursor_->Int(column); }
+  std::string Text(int column) const { return cursor_->Text(column); }
+  bool IsNull(int column) const { return cursor_->Type(column) == kNull; }
+  // kInteger, kFloat, kText, kBlob or kNull.
+  int Type(int column) const { return cursor_->Type(column); }
+  double Real(int column) const { return cursor_->Real(column); }
+  int Columns() const { return cursor_->Columns(); }
+  std::string ColumnName(int column) const { return cursor_->ColumnName(column); }
   bool failed() const { return failed_; }
 
  private:
-  sqlite3_stmt* statement_;
+  Cursor* cursor_;
   bool failed_;
 };
 
 class Database {
  public:
   ~Database();
-  // Opens (creating) the file in WAL mode, so that a person may read it with
-  // the sqlite3 shell while the service runs, and checks it: a damaged file
-  // is refused with a message saying so.
-  static std::unique_ptr<Database> Open(const std::string& path, std::string* error);
+  // Opens the database at `location`: a PostgreSQL server
+  // (IsPostgresLocation; `password` is handed to it apart), else a SQLite
+  // file, created when missing, in WAL mode so that a person may read it
+  // with the sqlite3 shell while the service runs. A damaged file is
+  // refused with a message saying so.
+  static std::unique_ptr<Database> Open(const std::string& location, std::string* error,
+                                        const std::string& password = "");
   // A connection that only reads an existing database (the service's
   // metrics): no schema, no check, nothing written.
-  static std::unique_ptr<Database> OpenForReading(const std::string& path, std::string* error);
+  static std::unique_ptr<Database> OpenForReading(const std::string& location, std::string* error,
+                                                  const std::string& password = "");
+  Backend backend() const { return connection_->backend(); }
+  Connection& connection() { return *connection_; }
 
   // Runs one or more statements that return nothing.
   bool Exec(const std::string& sql);
@@ -78,7 +84,7 @@ class Database {
   std::string LastError() const;
   // The last call failed because another connection holds the database.
   bool Busy() const;
-  // How long a statement waits for another connection's lock (sqlite3's
+  // How long a statement waits for another connection's lock (SQLite's
   // busy time-out); kStatementBusyWaitMs unless a transaction is beginning.
   static constexpr int kStatementBusyWaitMs = 2000;
   void SetBusyWait(int ms);
@@ -108,15 +114,20 @@ class Database {
     bool settled = false;
     bool committed = false;
   };
-  explicit Database(sqlite3* connection) : connection_(connection) {}
+  explicit Database(std::unique_ptr<Connection> connection) : connection_(std::move(connection)) {}
   // Whether a transaction is open on the connection (SQLite may have
   // rolled one back by itself after a failure).
-  bool TransactionOpen() const;
+  bool TransactionOpen() const { return connection_->TransactionOpen(); }
+  // A server connection that went away is made again, at most every
+  // kReconnectGapMs: meanwhile every command fails at once. Called with
+  // the lock held; false while the database is unreachable.
+  bool Revive();
+  static constexpr int kReconnectGapMs = 200;
   // Commits (or, when that fails, rolls back) the open group and wakes its
   // members. Called with the lock held.
   void SettleGroup();
-  sqlite3* connection_;
-  std::map<std::string, sqlite3_stmt*> cache_;
+  std::unique_ptr<Connection> connection_;
+  std::chrono::steady_clock::time_point lastReconnect_{};
   mutable std::mutex lock_;
   std::condition_variable settled_;
   std::atomic<int> queued_{0};   // transactions waiting for the lock
@@ -129,8 +140,8 @@ class Database {
   metrics::Histogram commitSizes_{1, 2, 4, 8, 16, 32, 64};
 };
 
-// One command's work under the database's lock, in the open group (BEGIN
-// IMMEDIATE when none is open) and a savepoint of its own; rolled back when
+// One command's work under the database's lock, in the open group (begun
+// when none is open) and a savepoint of its own; rolled back when
 // it goes out of scope without Commit, so no command leaves half its rows
 // behind.
 class Transaction {
@@ -164,6 +175,8 @@ bool InTransaction(Database& database, Work&& work) {
 }
 
 // The current time as the tables keep it: UTC, "YYYY-MM-DD hh:mm:ss.sss".
+// (On PostgreSQL the schema defines strftime for the forms the service
+// uses.)
 inline constexpr const char* kNowSql = "strftime('%Y-%m-%d %H:%M:%f','now')";
 
 }  // namespace db

@@ -26,15 +26,6 @@ std::string TableSql(const logrec::Layout& layout) {
   return sql;
 }
 
-// The table's columns as the database has them; empty when it is missing.
-std::vector<Column> ExistingColumns(Database& database, const char* table) {
-  std::vector<Column> columns;
-  Statement s = database.Prepare("SELECT name, type FROM pragma_table_info(?)");
-  s.Bind(1, std::string(table));
-  while (s.Step()) columns.push_back({s.Text(0), s.Text(1)});
-  return columns;
-}
-
 // SQLite compares column names without regard to case, and so do we.
 bool SameColumns(const std::vector<Column>& wanted, const std::vector<Column>& found) {
   if (wanted.size() != found.size()) return false;
@@ -71,12 +62,12 @@ std::string LogTablesSql() {
 
 bool DropStaleLogTables(Database& database, std::string* error) {
   for (const logrec::Layout* layout : logrec::kLayouts) {
-    const std::vector<Column> found = ExistingColumns(database, layout->table);
+    const std::vector<Column> found = database.connection().TableColumns(layout->table);
     if (found.empty() || SameColumns(LogColumns(*layout), found)) continue;
     const int64_t rows = RowCount(database, layout->table);
     if (rows != 0) {
       *error = std::string("the log table ") + layout->table + " has columns of an older layout and holds " +
-               std::to_string(rows) + " rows; move them elsewhere and drop the table (sqlite3: DROP TABLE " +
+               std::to_string(rows) + " rows; move them elsewhere and drop the table (DROP TABLE " +
                layout->table + "), then start again";
       return false;
     }

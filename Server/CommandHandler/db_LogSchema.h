@@ -12,11 +12,6 @@
 
 namespace db {
 
-struct Column {
-  std::string name;
-  std::string type;  // as declared: "INTEGER" or "TEXT"
-};
-
 // Every column of the layout's table, in table order.
 std::vector<Column> LogColumns(const logrec::Layout& layout);
 

@@ -28,7 +28,7 @@ std::string RegistrationSql() {
   }
   return "INSERT INTO clients (uid, first_seen, last_seen, " + columns + ") VALUES (?, " + db::kNowSql + ", " +
          db::kNowSql + values +
-         ") ON CONFLICT(uid) DO UPDATE SET last_seen = excluded.last_seen, registrations = registrations + 1" + updates;
+         ") ON CONFLICT(uid) DO UPDATE SET last_seen = excluded.last_seen, registrations = clients.registrations + 1" + updates;
 }
 
 }  // namespace
@@ -78,9 +78,13 @@ bool Store::SetProtectionStatus(const std::string& uid, uint32_t mask, bool* kno
     *known = Known(database_, uid);
     if (!*known) return true;
     db::Statement s = database_.Prepare(
-        std::string("INSERT OR REPLACE INTO protection_status (uid, reported, mask, av, \"as\", wr, at_office, fw, "
+        std::string("INSERT INTO protection_status (uid, reported, mask, av, \"as\", wr, at_office, fw, "
                     "aegis, dlp, ncie, ccsf) VALUES (?, ") +
-        db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        db::kNowSql +
+        ", ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(uid) DO UPDATE SET reported = excluded.reported, "
+        "mask = excluded.mask, av = excluded.av, \"as\" = excluded.\"as\", wr = excluded.wr, "
+        "at_office = excluded.at_office, fw = excluded.fw, aegis = excluded.aegis, dlp = excluded.dlp, "
+        "ncie = excluded.ncie, ccsf = excluded.ccsf");
     s.Bind(1, uid).Bind(2, mask);
     for (int bit = 0; bit < 9; ++bit) s.Bind(3 + bit, (mask >> bit) & 1);
     return s.Run();
@@ -90,7 +94,9 @@ bool Store::SetProtectionStatus(const std::string& uid, uint32_t mask, bool* kno
 bool Store::SetLogonUser(const std::string& uid, const std::string& user, const std::string& userUid) {
   return db::InTransaction(database_, [&] {
     db::Statement s =
-        database_.Prepare(std::string("INSERT OR REPLACE INTO logon_user VALUES (?, ") + db::kNowSql + ", ?, ?)");
+        database_.Prepare(std::string("INSERT INTO logon_user VALUES (?, ") + db::kNowSql +
+                          ", ?, ?) ON CONFLICT(uid) DO UPDATE SET reported = excluded.reported, "
+                          "logon_user = excluded.logon_user, logon_user_uid = excluded.logon_user_uid");
     return s.Bind(1, uid).Bind(2, user).Bind(3, userUid).Run();
   });
 }
@@ -105,8 +111,8 @@ bool Store::Heartbeat(const std::string& uid, int32_t requestType, const std::st
     // that addresses it.
     db::Statement upsert = database_.Prepare(
         std::string("INSERT INTO polling_state (uid, individual_setting, message_id, last_poll, last_request_type, "
-                    "debug_info) VALUES (?1, EXISTS (SELECT 1 FROM client_sections WHERE uid = ?1), "
-                    "(SELECT IFNULL(MAX(id), 0) FROM alert_messages WHERE uid IS NULL OR uid = ?1), ") +
+                    "debug_info) VALUES (?1, CASE WHEN EXISTS (SELECT 1 FROM client_sections WHERE uid = ?1) THEN 1 ELSE 0 END, "
+                    "(SELECT COALESCE(MAX(id), 0) FROM alert_messages WHERE uid IS NULL OR uid = ?1), ") +
         db::kNowSql +
         ", ?2, ?3) ON CONFLICT(uid) DO UPDATE SET last_poll = excluded.last_poll, "
         "last_request_type = excluded.last_request_type, debug_info = excluded.debug_info");
@@ -139,10 +145,15 @@ bool Store::AddOppReport(const std::string& uid, const std::string& release, int
 bool Store::SetFirewallCounts(const std::string& uid, const FirewallCounts& counts) {
   return db::InTransaction(database_, [&] {
     db::Statement s = database_.Prepare(
-        std::string("INSERT OR REPLACE INTO firewall_counts (uid, updated, text_field, firewall_per_hour, "
+        std::string("INSERT INTO firewall_counts (uid, updated, text_field, firewall_per_hour, "
                     "intrusion_per_hour, network_virus_per_hour, firewall_total, intrusion_total, "
                     "network_virus_total) VALUES (?, ") +
-        db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?)");
+        db::kNowSql +
+        ", ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(uid) DO UPDATE SET updated = excluded.updated, "
+        "text_field = excluded.text_field, firewall_per_hour = excluded.firewall_per_hour, "
+        "intrusion_per_hour = excluded.intrusion_per_hour, network_virus_per_hour = excluded.network_virus_per_hour, "
+        "firewall_total = excluded.firewall_total, intrusion_total = excluded.intrusion_total, "
+        "network_virus_total = excluded.network_virus_total");
     s.Bind(1, uid).Bind(2, counts.textField);
     for (int i = 0; i < 6; ++i) s.Bind(3 + i, counts.counts[i]);
     return s.Run();
@@ -189,8 +200,10 @@ bool Store::SetClientCertificate(const std::string& uid, const std::string& issu
     *known = Known(database_, uid);
     if (!*known) return true;
     db::Statement s = database_.Prepare(
-        std::string("INSERT OR REPLACE INTO client_certificates (uid, issuer, serial, reported) VALUES (?, ?, ?, ") +
-        db::kNowSql + ")");
+        std::string("INSERT INTO client_certificates (uid, issuer, serial, reported) VALUES (?, ?, ?, ") +
+        db::kNowSql +
+        ") ON CONFLICT(uid) DO UPDATE SET issuer = excluded.issuer, serial = excluded.serial, "
+        "reported = excluded.reported");
     return s.Bind(1, uid).Bind(2, issuer).Bind(3, serial).Run();
   });
 }

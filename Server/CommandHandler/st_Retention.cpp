@@ -7,6 +7,8 @@
 namespace st {
 namespace {
 
+constexpr const char* kRetentionLock = "vgcr retention";
+
 // Tables that grow like logs, with the columns retention goes by (id,
 // received).
 constexpr const char* kHistoryTables[] = {"update_history"};
@@ -37,7 +39,7 @@ int64_t DeleteInBatches(db::Database& database, const std::string& table, const 
 // The highest id the table may lose so that maxRows rows remain; 0: none.
 int64_t ExcessBound(db::Database& database, const std::string& table, int64_t maxRows) {
   const auto guard = database.Lock();
-  db::Statement s = database.Prepare("SELECT IFNULL(MAX(id), 0) FROM " + table);
+  db::Statement s = database.Prepare("SELECT COALESCE(MAX(id), 0) FROM " + table);
   const int64_t newest = s.Step() ? s.Int(0) : 0;
   return newest > maxRows ? newest - maxRows : 0;
 }
@@ -91,6 +93,19 @@ std::map<std::string, uint64_t> RetentionDeletions() {
 
 bool RunRetention(db::Database& database, const RetentionLimits& limits, const std::function<bool()>& stopping,
                   const std::function<void(const std::string&)>& report) {
+  // Services sharing a database take turns: whoever holds the lock prunes
+  // for all, and the others leave it to that one this time.
+  {
+    const auto guard = database.Lock();
+    if (!database.connection().TryLock(kRetentionLock)) return true;
+  }
+  struct Release {
+    db::Database& database;
+    ~Release() {
+      const auto guard = database.Lock();
+      database.connection().Unlock(kRetentionLock);
+    }
+  } release{database};
   bool ok = true;
   for (const logrec::Layout* layout : logrec::kLayouts) {
     if (stopping()) break;

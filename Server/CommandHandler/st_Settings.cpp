@@ -37,20 +37,23 @@ bool Store::ReadSection(const std::string& uid, const std::string& section, std:
 
 namespace {
 
+// A record already pending stays so, made again: the client fetches once.
+constexpr const char* kConfigRecordUpsert = " ON CONFLICT(uid, event) DO UPDATE SET created = excluded.created";
+
 // Makes the section's record pending and sets its flag, in the caller's
 // transaction.
 bool MarkChanged(db::Database& database, const std::string& uid, const SectionRule& rule) {
   if (rule.event != 0) {
-    db::Statement pending = database.Prepare(std::string("INSERT OR REPLACE INTO config_records (uid, event, created) "
+    db::Statement pending = database.Prepare(std::string("INSERT INTO config_records (uid, event, created) "
                                                          "VALUES (?, ?, ") +
-                                             db::kNowSql + ")");
+                                             db::kNowSql + ")" + kConfigRecordUpsert);
     if (!pending.Bind(1, uid).Bind(2, rule.event).Run()) return false;
   }
   if (rule.flag == 0) return true;
   db::Statement flag = database.Prepare(std::string("INSERT INTO client_config (uid, config_flags, updated) VALUES (?1, "
                                                     "?2, ") +
                                         db::kNowSql +
-                                        ") ON CONFLICT(uid) DO UPDATE SET config_flags = config_flags | ?2, "
+                                        ") ON CONFLICT(uid) DO UPDATE SET config_flags = client_config.config_flags | ?2, "
                                         "updated = excluded.updated");
   return flag.Bind(1, uid).Bind(2, rule.flag).Run();
 }
@@ -163,9 +166,10 @@ bool Store::UpdateOrder(std::string* text) {
 
 bool Store::SetUpdateOrder(const std::string& text) {
   return db::InTransaction(database_, [&] {
-    db::Statement s = database_.Prepare(std::string("INSERT OR REPLACE INTO update_order (id, text, updated) VALUES "
-                                                    "(1, ?, ") +
-                                        db::kNowSql + ")");
+    db::Statement s = database_.Prepare(std::string("INSERT INTO update_order (id, text, updated) VALUES (1, ?, ") +
+                                        db::kNowSql +
+                                        ") ON CONFLICT(id) DO UPDATE SET text = excluded.text, "
+                                        "updated = excluded.updated");
     return s.Bind(1, text).Run();
   });
 }
@@ -180,7 +184,9 @@ bool Store::LoadDefaults(const std::map<std::string, std::string>& sections) {
       db::Statement shipped = database_.Prepare("INSERT INTO shipped_defaults VALUES (?, ?)");
       if (!shipped.Bind(1, name).Bind(2, text).Run()) return false;
     }
-    return database_.Exec("INSERT OR REPLACE INTO section_defaults SELECT section, text, updated FROM operator_defaults");
+    return database_.Exec("INSERT INTO section_defaults SELECT section, text, updated FROM operator_defaults "
+                          "WHERE TRUE ON CONFLICT(section) DO UPDATE SET text = excluded.text, "
+                          "loaded = excluded.loaded");
   });
 }
 
@@ -192,19 +198,20 @@ bool MarkChangedForDefault(db::Database& database, const SectionRule& rule, int6
   const std::string without =
       " FROM clients WHERE uid NOT IN (SELECT uid FROM client_sections WHERE section = ?1)";
   if (rule.event != 0) {
-    db::Statement pending = database.Prepare(std::string("INSERT OR REPLACE INTO config_records (uid, event, created) "
-                                                         "SELECT uid, ?2, ") + db::kNowSql + without);
+    db::Statement pending = database.Prepare(std::string("INSERT INTO config_records (uid, event, created) "
+                                                         "SELECT uid, ?2, ") + db::kNowSql + without +
+                                             kConfigRecordUpsert);
     if (!pending.Bind(1, rule.section).Bind(2, rule.event).Run()) return false;
   }
   if (rule.flag != 0) {
     db::Statement flag = database.Prepare(std::string("INSERT INTO client_config (uid, config_flags, updated) SELECT "
                                                       "uid, ?2, ") + db::kNowSql + without +
-                                          " ON CONFLICT(uid) DO UPDATE SET config_flags = config_flags | ?2, "
+                                          " ON CONFLICT(uid) DO UPDATE SET config_flags = client_config.config_flags | ?2, "
                                           "updated = excluded.updated");
     if (!flag.Bind(1, rule.section).Bind(2, rule.flag).Run()) return false;
   }
   db::Statement sequence = database.Prepare("INSERT INTO polling_state (uid, setting_sequence) SELECT uid, 1" + without +
-                                            " ON CONFLICT(uid) DO UPDATE SET setting_sequence = setting_sequence + 1 "
+                                            " ON CONFLICT(uid) DO UPDATE SET setting_sequence = polling_state.setting_sequence + 1 "
                                             "RETURNING 1");
   sequence.Bind(1, rule.section);
   *clients = 0;
@@ -220,9 +227,13 @@ bool Store::SetDefault(const std::string& section, const std::string* text, int6
   return db::InTransaction(database_, [&] {
     const std::string now = db::kNowSql;
     if (text != nullptr) {
-      db::Statement own = database_.Prepare("INSERT OR REPLACE INTO operator_defaults VALUES (?, ?, " + now + ")");
+      db::Statement own = database_.Prepare("INSERT INTO operator_defaults VALUES (?, ?, " + now +
+                                            ") ON CONFLICT(section) DO UPDATE SET text = excluded.text, "
+                                            "updated = excluded.updated");
       if (!own.Bind(1, section).Bind(2, *text).Run()) return false;
-      db::Statement in = database_.Prepare("INSERT OR REPLACE INTO section_defaults VALUES (?, ?, " + now + ")");
+      db::Statement in = database_.Prepare("INSERT INTO section_defaults VALUES (?, ?, " + now +
+                                           ") ON CONFLICT(section) DO UPDATE SET text = excluded.text, "
+                                           "loaded = excluded.loaded");
       if (!in.Bind(1, section).Bind(2, *text).Run()) return false;
     } else {
       db::Statement own = database_.Prepare("DELETE FROM operator_defaults WHERE section = ?");

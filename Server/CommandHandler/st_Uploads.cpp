@@ -242,7 +242,7 @@ class StagingFile {
 
 std::string Uploads::QuotaRefusal(const std::string& uid, int64_t size) {
   db::Statement s = database_.Prepare(
-      "SELECT IFNULL(SUM(size), 0), IFNULL(SUM(CASE WHEN uid = ? THEN size END), 0) FROM uploads");
+      "SELECT COALESCE(SUM(size), 0), COALESCE(SUM(CASE WHEN uid = ? THEN size END), 0) FROM uploads");
   if (!s.Bind(1, uid).Step()) return "the database failed";
   const int64_t total = s.Int(0);
   const int64_t client = s.Int(1);

@@ -51,6 +51,9 @@ bool VdiCoordinator::Start(const VdiRequest& request, int64_t nowMs, VdiDecision
       decision->decision = tagCln_VdiAnswer::kUnknownClient;
       return true;
     }
+    // The pool's slots are counted across every service sharing the
+    // database: one decision at a time per pool.
+    if (!database_.connection().LockForTransaction("vgcr vdi " + request.pool)) return false;
     if (!ExpireStale(request.pool, nowMs)) return false;
     if (const int64_t running = FindTask(request, "running")) {
       db::Statement touch = database_.Prepare("UPDATE vdi_tasks SET last_report_ms = ? WHERE id = ?");
@@ -97,6 +100,7 @@ bool VdiCoordinator::Report(const VdiRequest& request, int64_t nowMs, bool compl
       decision->decision = tagCln_VdiAnswer::kUnknownClient;
       return true;
     }
+    if (!database_.connection().LockForTransaction("vgcr vdi " + request.pool)) return false;
     if (!ExpireStale(request.pool, nowMs)) return false;
     const int64_t id = FindTask(request, "running");
     if (id == 0) {

@@ -56,8 +56,8 @@ constexpr Part kParts[] = {
 std::string FilledColumns(const db::Statement& s, const char* indent, bool skipZeros = false) {
   std::string text;
   for (int i = 0; i < s.Columns(); ++i) {
-    if (s.IsNull(i) || (s.Type(i) == SQLITE_TEXT && s.Text(i).empty()) || s.ColumnName(i) == "uid") continue;
-    if (skipZeros && s.Type(i) == SQLITE_INTEGER && s.Int(i) == 0) continue;
+    if (s.IsNull(i) || (s.Type(i) == db::kText && s.Text(i).empty()) || s.ColumnName(i) == "uid") continue;
+    if (skipZeros && s.Type(i) == db::kInteger && s.Int(i) == 0) continue;
     text += indent + s.ColumnName(i) + ": " + s.Text(i) + "\n";
   }
   return text;

@@ -59,11 +59,11 @@ void AppendEscaped(std::string& json, unsigned char c) {
 
 std::string JsonValue(const db::Statement& s, int column) {
   switch (s.Type(column)) {
-    case SQLITE_NULL:
+    case db::kNull:
       return "null";
-    case SQLITE_INTEGER:
+    case db::kInteger:
       return std::to_string(s.Int(column));
-    case SQLITE_FLOAT: {
+    case db::kFloat: {
       const double value = s.Real(column);
       if (!std::isfinite(value)) return "null";
       char text[32];
@@ -76,7 +76,7 @@ std::string JsonValue(const db::Statement& s, int column) {
 }
 
 std::string SelectSql(const logrec::Layout& layout, const ExportFilter& filter) {
-  std::string sql = std::string("SELECT * FROM ") + layout.table + " WHERE 1";
+  std::string sql = std::string("SELECT * FROM ") + layout.table + " WHERE 1 = 1";
   if (!filter.since.empty()) sql += " AND received >= ?1";
   if (!filter.uid.empty()) sql += " AND uid = ?2";
   if (!filter.until.empty()) sql += " AND received < ?3";

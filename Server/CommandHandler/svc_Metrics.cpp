@@ -33,10 +33,7 @@ void ServiceMetrics::WriteRowCounts(metrics::Writer& w) {
   if (rows_.empty() || now - rowsCounted_ >= kRowCountAge) {
     if (db::Database* reader = Reader()) {
       const auto guard = reader->Lock();
-      std::vector<std::string> tables;
-      db::Statement list = reader->Prepare(
-          "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' ORDER BY name");
-      while (list.Step()) tables.push_back(list.Text(0));
+      const std::vector<std::string> tables = reader->connection().Tables();
       std::map<std::string, int64_t> rows;
       for (const std::string& table : tables) {
         // The names come from the schema itself; quoted all the same.
@@ -90,7 +87,7 @@ bool ServiceMetrics::Healthy(std::string* reason) {
     return false;
   }
   const auto guard = reader->Lock();
-  db::Statement s = reader->Prepare("SELECT COUNT(*) FROM sqlite_master");
+  db::Statement s = reader->Prepare("SELECT 1");
   if (!s.Step()) {
     *reason = "the database does not answer: " + reader->LastError();
     return false;
