@@ -15,7 +15,7 @@ namespace {
 
 // Type ids of the server's catalogue (pg_type.oid), fixed since long ago.
 constexpr Oid kBoolOid = 16, kInt8Oid = 20, kInt2Oid = 21, kInt4Oid = 23, kFloat4Oid = 700, kFloat8Oid = 701,
-              kNumericOid = 1700, kByteaOid = 17;
+              kNumericOid = 1700, kByteaOid = 17, kTextOid = 25;
 
 // Error classes (SQLSTATE) that mean another writer was in the way.
 bool IsContention(const char* state) {
@@ -89,8 +89,10 @@ class PostgresCursor final : public Cursor {
     if (value[0] == 't' && value[1] == 0) return 1;  // a boolean
     return std::strtoll(value, nullptr, 10);
   }
+  // A boolean reads as SQLite gives one: 1 or 0.
   std::string Text(int column) const override {
     if (!HasRow() || PQgetisnull(result_, row_, column)) return {};
+    if (PQftype(result_, column) == kBoolOid) return PQgetvalue(result_, row_, column)[0] == 't' ? "1" : "0";
     return std::string(PQgetvalue(result_, row_, column), static_cast<std::size_t>(PQgetlength(result_, row_, column)));
   }
   int Type(int column) const override {
@@ -125,8 +127,10 @@ class PostgresCursor final : public Cursor {
     if (index < 1 || index > 999) return false;
     const auto at = static_cast<std::size_t>(index - 1);
     if (values_.size() <= at) {
+      // A parameter never bound is a null text: the server need not work
+      // out the type of one the statement leaves out (an optional filter).
       values_.resize(at + 1);
-      types_.resize(at + 1, 0);
+      types_.resize(at + 1, kTextOid);
       nulls_.resize(at + 1, true);
     }
     values_[at] = std::move(value);
@@ -234,7 +238,7 @@ class PostgresConnection final : public Connection {
                     const std::vector<bool>& nulls) {
     std::string key = sql;
     key += '\0';
-    for (Oid type : types) key += type == kInt8Oid ? 'i' : 'u';
+    for (Oid type : types) key += type == kInt8Oid ? 'i' : type == kTextOid ? 't' : 'u';
     auto found = prepared_.find(key);
     if (found == prepared_.end()) {
       const std::string name = "s" + std::to_string(++statements_);

@@ -15,7 +15,9 @@
 #include "st_Defaults.h"
 #include "st_Sections.h"
 #include "st_Store.h"
+#include "sig_Signer.h"
 #include "svc_Clients.h"
+#include "svc_Database.h"
 #include "svc_Export.h"
 #include "svc_Service.h"
 
@@ -69,8 +71,8 @@ struct Admin {
 
 bool Open(const Options& options, Admin* admin, std::string* error) {
   if (!PrepareDataFolder(options.dataFolder, error)) return false;
-  admin->database = db::Database::Open(options.dataFolder + "/cmdhandler.db", error);
-  if (!admin->database || !db::CreateSchema(*admin->database, error)) return false;
+  admin->database = OpenDatabase(options, error);
+  if (!admin->database) return false;
   admin->store = std::make_unique<st::Store>(*admin->database);
   return true;
 }
@@ -233,6 +235,20 @@ int DefaultCommand(const Options& options) {
   return 0;
 }
 
+// record-identity: this data folder's certificate becomes the one every
+// service on the database must sign with.
+int RecordIdentity(const Options& options) {
+  if (options.command.size() != 1) return Fail("record-identity", 2);
+  Admin admin;
+  std::string error;
+  if (!Open(options, &admin, &error)) return Fail(error);
+  auto signer = sig::Signer::Open(options.dataFolder, sig::KeyKindNamed(options.signingKey), &error);
+  if (!signer || !CheckSigningIdentity(*admin.database, *signer, true, &error)) return Fail(error);
+  std::printf("signing certificate serial %s recorded; services with another one refuse to start\n",
+              signer->Serial().c_str());
+  return 0;
+}
+
 struct AdminCommand {
   const char* name;
   std::size_t minArgs, maxArgs;  // after the name
@@ -256,6 +272,7 @@ int RunAdmin(const Options& options) {
   if (args[0] == "export-logs") return ExportLogsCommand(options);
   if (args[0] == "clients") return ClientsCommand(options);
   if (args[0] == "client") return ClientCommand(options);
+  if (args[0] == "record-identity") return RecordIdentity(options);
   if (args[0] == "set-default" || args[0] == "clear-default") return DefaultCommand(options);
   for (const AdminCommand& command : kCommands) {
     if (args[0] != command.name) continue;

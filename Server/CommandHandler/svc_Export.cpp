@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 #include "db_LogSchema.h"
 
@@ -165,7 +166,10 @@ bool ExportLogs(db::Database& database, const logrec::Layout& layout, const Expo
   if (!filter.uid.empty()) s.Bind(2, filter.uid);
   if (!filter.until.empty()) s.Bind(3, filter.until);
   if (format == ExportFormat::kCsv) {
-    for (int i = 0; i < s.Columns(); ++i) out << (i ? "," : "") << s.ColumnName(i);
+    // The layout's columns, which SELECT * gives in this order: known
+    // before the first row, and whether there is one.
+    bool first = true;
+    for (const db::Column& column : db::LogColumns(layout)) out << (std::exchange(first, false) ? "" : ",") << column.name;
     out << "\r\n";
   }
   while (s.Step()) out << (format == ExportFormat::kCsv ? RowAsCsv(s) + "\r\n" : RowAsJson(s) + "\n");

@@ -4,11 +4,12 @@
 
 #include "host/mon_Metrics.h"
 #include "st_Retention.h"
+#include "svc_Database.h"
 
 namespace svc {
 
-ServiceMetrics::ServiceMetrics(const std::string& path, const db::Database& database, const sig::Signer& signer)
-    : path_(path),
+ServiceMetrics::ServiceMetrics(const Options& options, const db::Database& database, const sig::Signer& signer)
+    : options_(options),
       database_(database),
       signer_(signer),
       endpoint_([this] { return Render(); }, [this](std::string* reason) { return Healthy(reason); }) {}
@@ -22,7 +23,7 @@ bool ServiceMetrics::Start(const std::string& address, uint16_t port,
 db::Database* ServiceMetrics::Reader() {
   if (!reader_) {
     std::string ignored;
-    reader_ = db::Database::OpenForReading(path_, &ignored);
+    reader_ = OpenDatabaseForReading(options_, &ignored);
   }
   return reader_.get();
 }

@@ -17,6 +17,7 @@
 #include "db_Database.h"
 #include "metrics/endpoint.h"
 #include "sig_Signer.h"
+#include "svc_Options.h"
 
 namespace svc {
 
@@ -27,8 +28,8 @@ class ServiceMetrics {
   // every few seconds.
   static constexpr std::chrono::seconds kRowCountAge{60};
 
-  // `database` and `signer` must outlive this; `path` is the database file.
-  ServiceMetrics(const std::string& path, const db::Database& database, const sig::Signer& signer);
+  // `database` and `signer` must outlive this; `options` name the database.
+  ServiceMetrics(const Options& options, const db::Database& database, const sig::Signer& signer);
   // Serves; the listeners (running, and kept until Stop) are counted too.
   bool Start(const std::string& address, uint16_t port, const std::vector<std::unique_ptr<CPipeListener>>* listeners,
              std::string* error);
@@ -45,7 +46,7 @@ class ServiceMetrics {
   db::Database* Reader();
   void WriteRowCounts(metrics::Writer& w);
 
-  const std::string path_;
+  const Options options_;
   const db::Database& database_;
   const sig::Signer& signer_;
   const std::vector<std::unique_ptr<CPipeListener>>* listeners_ = nullptr;

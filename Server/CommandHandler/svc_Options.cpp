@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "db_Connection.h"
 #include "metrics/endpoint.h"
 
 #ifndef VGCR_DEFAULT_SECTIONS
@@ -13,7 +14,8 @@
 namespace svc {
 
 const char* Usage() {
-  return "usage: vgcr-cmdhandler [--data DIR] [--defaults DIR] [--instances N] [--quiet]\n"
+  return "usage: vgcr-cmdhandler [--data DIR] [--database LOCATION [--database-password-file FILE]]\n"
+         "                       [--defaults DIR] [--instances N] [--quiet]\n"
          "                       [--log-max-age DAYS] [--log-max-rows N] [--retention-interval SECONDS]\n"
          "                       [--upload-client-quota MIB] [--upload-total-quota MIB]\n"
          "                       [--vdi-slots N] [--vdi-task-timeout SECONDS] [--vdi-retry SECONDS]\n"
@@ -22,10 +24,17 @@ const char* Usage() {
          "       vgcr-cmdhandler [--data DIR] COMMAND ARGUMENTS...\n"
          "\n"
          "The server's command-handler service: listens on the command pipes,\n"
-         "keeps what clients report in DIR/cmdhandler.db (SQLite) and signs\n"
-         "replies with the key in DIR (made on first start).\n"
+         "keeps what clients report in DIR/cmdhandler.db (SQLite), or in a PostgreSQL\n"
+         "database that several services share, and signs replies with the key in\n"
+         "DIR (made on first start).\n"
          "\n"
          "  --data DIR                    data folder (default ./var)\n"
+         "  --database LOCATION           keep the state on a PostgreSQL server instead of\n"
+         "                                DIR/cmdhandler.db: postgresql://HOST:PORT/DB?user=U\n"
+         "                                or \"host=H port=P dbname=DB user=U\"; no password\n"
+         "                                in it (VGCR_DATABASE_PASSWORD, or the file below)\n"
+         "  --database-password-file FILE the database password, on the first line of FILE\n"
+         "                                (mode 0600)\n"
          "  --defaults DIR                default settings sections, one SECTION.ini each\n"
          "                                (default: the folder shipped with the sources)\n"
          "  --instances N                 listeners on the command pipe, 1 to 63 (default 16)\n"
@@ -82,6 +91,8 @@ const char* Usage() {
          "                                --json: JSON Lines\n"
          "  identity                      the signing certificate's SA_ISR and SA_SN (as\n"
          "                                --print-identity)\n"
+         "  record-identity               DIR's signing certificate becomes the one every\n"
+         "                                service on the database must sign with\n"
          "  client UID [--json]           one client: its registration, protection status,\n"
          "                                logon user, polling state, own sections, pending\n"
          "                                config records and its logs by kind\n"
@@ -184,6 +195,16 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
     if (!std::strcmp(arg, "--data")) {
       if (!value(&text)) return false;
       options->dataFolder = text;
+    } else if (!std::strcmp(arg, "--database")) {
+      if (!value(&text)) return false;
+      if (!db::IsPostgresLocation(text)) {
+        *error = "--database takes a PostgreSQL location (postgresql://... or \"host=... dbname=...\")";
+        return false;
+      }
+      options->database = text;
+    } else if (!std::strcmp(arg, "--database-password-file")) {
+      if (!value(&text)) return false;
+      options->databasePasswordFile = text;
     } else if (!std::strcmp(arg, "--defaults")) {
       if (!value(&text)) return false;
       options->defaultsFolder = text;

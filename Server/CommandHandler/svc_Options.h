@@ -9,6 +9,10 @@ namespace svc {
 
 struct Options {
   std::string dataFolder = "var";          // the database and the signing key
+  // A PostgreSQL server shared with other services (a postgresql:// URI or
+  // a libpq connection string); empty: DIR/cmdhandler.db.
+  std::string database;
+  std::string databasePasswordFile;        // its password's file; else VGCR_DATABASE_PASSWORD
   std::string defaultsFolder;              // the default settings sections
   uint32_t instances = 16;                 // listeners on the command pipe
   bool quiet = false;                      // no line per command

@@ -12,6 +12,7 @@
 #include "platform/text.h"
 #include "st_Defaults.h"
 #include "st_Retention.h"
+#include "svc_Database.h"
 #include "svc_Files.h"
 #include "svc_Log.h"
 
@@ -27,12 +28,8 @@ bool Service::Start(const Options& options, std::string* error) {
   ::umask(077);
   if (!instance_.Acquire(error)) return false;
   if (!PrepareDataFolder(options.dataFolder, error)) return false;
-  const std::string path = options.dataFolder + "/cmdhandler.db";
-  for (const char* suffix : {"", "-wal", "-shm"}) {
-    if (!KeepPrivate(path + suffix, 0600, error)) return false;
-  }
-  database_ = db::Database::Open(path, error);
-  if (!database_ || !db::CreateSchema(*database_, error)) return false;
+  database_ = OpenDatabase(options, error);
+  if (!database_) return false;
   store_ = std::make_unique<st::Store>(*database_);
   std::map<std::string, std::string> sections;
   if (!st::ReadDefaultSections(options.defaultsFolder, &sections, error)) return false;
@@ -42,6 +39,9 @@ bool Service::Start(const Options& options, std::string* error) {
   }
   signer_ = sig::Signer::Open(options.dataFolder, sig::KeyKindNamed(options.signingKey), error);
   if (!signer_ || !KeepPrivate(options.dataFolder + "/signing-key.pem", 0600, error)) return false;
+  // A file database is this service's alone: a new certificate there is
+  // simply the one recorded.
+  if (!CheckSigningIdentity(*database_, *signer_, database_->backend() == db::Backend::kSqlite, error)) return false;
   const st::UploadQuotas quotas{int64_t{options.uploadClientQuotaMiB} << 20,
                                 int64_t{options.uploadTotalQuotaMiB} << 20};
   uploads_ = st::Uploads::Open(*database_, options.dataFolder, quotas, error);
@@ -51,10 +51,10 @@ bool Service::Start(const Options& options, std::string* error) {
   vdi_ = std::make_unique<st::VdiCoordinator>(
       *database_, st::VdiLimits{options.vdiSlots, std::chrono::seconds(options.vdiTaskTimeoutSeconds),
                                 std::chrono::seconds(options.vdiRetrySeconds)});
-  if (!options.metricsAddress.empty()) metrics_ = std::make_unique<ServiceMetrics>(path, *database_, *signer_);
+  if (!options.metricsAddress.empty()) metrics_ = std::make_unique<ServiceMetrics>(options, *database_, *signer_);
   context_ = std::make_unique<cmd::Context>(cmd::Context{*store_, *signer_, *logs_, uploads_.get(), vdi_.get(),
                                                          metrics_ ? &metrics_->commands() : nullptr});
-  Note("database " + path + ", " + std::to_string(sections.size()) + " default sections, signing certificate " +
+  Note("database " + DatabaseLocation(options) + ", " + std::to_string(sections.size()) + " default sections, signing certificate " +
        signer_->Serial());
 
   if (!stop_.Create(nullptr, false)) {

@@ -1,40 +1,47 @@
-// Reads the service's database from a test, as a person with the sqlite3
+// Reads the service's database from a test, as a person with a database
 // shell would, and waits for what a one-way command will have stored.
+// The tests run on a SQLite file, or, when VGCR_TEST_POSTGRES names a
+// scratch server's location file (scripts/lib/pgcluster.sh), on a database
+// of their own on that server.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <chrono>
-#include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 
+#include "db_Database.h"
+
+// Where a test's service keeps its database: the file in the data folder,
+// or a new database on the scratch server, dropped when the test is done.
+class TestDatabase {
+ public:
+  explicit TestDatabase(const std::string& folder);
+  ~TestDatabase();
+  TestDatabase(const TestDatabase&) = delete;
+  TestDatabase& operator=(const TestDatabase&) = delete;
+  bool postgres() const { return !name_.empty(); }
+  // What the service's --database takes; empty for the default file.
+  std::string option() const { return postgres() ? location_ : ""; }
+  // What db::Database::Open takes.
+  const std::string& location() const { return location_; }
+  // Why the database could not be made; empty when it was.
+  const std::string& error() const { return error_; }
+
+ private:
+  std::string admin_, name_, location_, error_;
+};
+
 class DbProbe {
  public:
-  explicit DbProbe(const std::string& path) { sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr); }
-  ~DbProbe() { sqlite3_close(db_); }
+  explicit DbProbe(const std::string& location);
   DbProbe(const DbProbe&) = delete;
   DbProbe& operator=(const DbProbe&) = delete;
 
-  // The first column of the first row as text; "<none>" without a row.
-  std::string Value(const std::string& sql) {
-    sqlite3_stmt* s = nullptr;
-    std::string value = "<error>";
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &s, nullptr) == SQLITE_OK) {
-      if (sqlite3_step(s) == SQLITE_ROW) {
-        const auto* text = sqlite3_column_text(s, 0);
-        value = text ? reinterpret_cast<const char*>(text) : "<null>";
-      } else {
-        value = "<none>";
-      }
-    }
-    sqlite3_finalize(s);
-    return value;
-  }
-  bool Exec(const std::string& sql) {
-    sqlite3_busy_timeout(db_, 5000);
-    return sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
-  }
+  // The first column of the first row as text; "<none>" without a row,
+  // "<null>" for a null, "<error>" when the query fails.
+  std::string Value(const std::string& sql);
+  bool Exec(const std::string& sql);
   // Polls until the query gives `expected` (a one-way command is stored a
   // moment after its sender has moved on); the last value otherwise.
   std::string WaitFor(const std::string& sql, const std::string& expected, int timeoutMs = 5000) {
@@ -49,7 +56,7 @@ class DbProbe {
   }
 
  private:
-  sqlite3* db_ = nullptr;
+  std::unique_ptr<db::Database> db_;
 };
 
 // A data folder of the test's own, removed afterwards.

@@ -88,7 +88,7 @@ TEST_F(InProcessService, AFileBackedLogArrivesWhole) {
   ASSERT_TRUE(Send(dlp, 2));
   ASSERT_TRUE(Send(callback, 2));
   EXPECT_EQ(db_->WaitFor("SELECT originalstring FROM dlp_log", plat::ToUtf8(quote)).size(), quote.size());
-  EXPECT_EQ(db_->WaitFor("SELECT length(EventMessage) FROM callback_log", "4096"), "4096");
+  EXPECT_EQ(db_->WaitFor("SELECT length(\"EventMessage\") FROM callback_log", "4096"), "4096");
   EXPECT_EQ(db_->Value("SELECT channel FROM dlp_log"), plat::ToUtf8(TextFor(logrec::kDlpKeys[3])))
       << "the keys after the long one as well";
 }

@@ -39,7 +39,7 @@ class Upkeep : public InProcessService {
   void SetUp() override {
     InProcessService::SetUp();
     std::string error;
-    database_ = db::Database::Open(folder_ + "/cmdhandler.db", &error);
+    database_ = db::Database::Open(testDb_->location(), &error);
     ASSERT_TRUE(database_) << error;
   }
   void TearDown() override {
@@ -85,7 +85,7 @@ TEST_F(Upkeep, TheServiceRunsRetentionOnItsOwn) {
 TEST_F(Upkeep, ExportWritesEveryColumnAsJsonOldestFirst) {
   ASSERT_TRUE(db_->Exec(std::string("INSERT INTO virus_log (received, uid, release, record_type, virus, firstaction) "
                                     "VALUES ('2024-05-06 07:08:09.123', '") +
-                        kLogUid + "', '14.0', 2, 'say \"hi\"' || char(9) || 'caf\u00e9', -3);"
+                        kLogUid + "', '14.0', 2, 'say \"hi\"\tcaf\u00e9', -3);"
                         "INSERT INTO virus_log (received, uid) VALUES ('2024-06-01 00:00:00.000', 'other')"));
   // Every column in table order; those not set are null.
   const std::map<std::string, std::string> values = {

@@ -31,18 +31,22 @@ class InProcessService : public ::testing::Test {
   void SetUp() override {
     SetChannelReplyTimeoutMs(3000);
     folder_ = MakeTempFolder();
+    testDb_ = std::make_unique<TestDatabase>(folder_);
+    ASSERT_EQ(testDb_->error(), "");
     Restart([](svc::Options&) {});
-    db_ = std::make_unique<DbProbe>(folder_ + "/cmdhandler.db");
+    db_ = std::make_unique<DbProbe>(testDb_->location());
   }
   void TearDown() override {
     service_.Stop();
     db_.reset();
+    testDb_.reset();
     RemoveFolder(folder_);
     SetChannelReplyTimeoutMs(0);
   }
   void Restart(const std::function<void(svc::Options&)>& adjust) {
     service_.Stop();
     svc::Options options = TestOptions(folder_);
+    options.database = testDb_->option();
     adjust(options);
     std::string error;
     ASSERT_TRUE(service_.Start(options, &error)) << error;
@@ -50,6 +54,7 @@ class InProcessService : public ::testing::Test {
   std::string Count(const char* table) { return db_->Value(std::string("SELECT COUNT(*) FROM ") + table); }
 
   std::string folder_;
+  std::unique_ptr<TestDatabase> testDb_;
   svc::Service service_;
   std::unique_ptr<DbProbe> db_;
 };

@@ -96,7 +96,7 @@ TEST_F(Service, VersionOneSettersAndReaders) {
   const int32_t counts[6] = {1, 2, 3, 4, 5, 6};
   ASSERT_TRUE(cmdal_PfwUpdateCfwCount(kUid, 0, counts, u"fw", 1));
   EXPECT_EQ(db_->WaitFor("SELECT warning_setting FROM client_config", "7"), "7");
-  EXPECT_EQ(db_->WaitFor("SELECT firewall_per_hour || network_virus_total || text_field FROM firewall_counts", "16fw"),
+  EXPECT_EQ(db_->WaitFor("SELECT CAST(firewall_per_hour AS TEXT) || network_virus_total || text_field FROM firewall_counts", "16fw"),
             "16fw");
   ASSERT_TRUE(db_->Exec("UPDATE client_config SET config_flags = 4096;"
                         "UPDATE clients SET domain = 'CORP', addistinguishedname = '';"
@@ -155,7 +155,7 @@ TEST_F(Service, OppSettingsFlagAndReports) {
   EXPECT_FALSE(changed);
   // An operator changes the settings beside the running service.
   std::string error;
-  auto database = db::Database::Open(folder_ + "/cmdhandler.db", &error);
+  auto database = db::Database::Open(testDb_->location(), &error);
   ASSERT_TRUE(database) << error;
   st::Store store(*database);
   uint32_t event = 0;

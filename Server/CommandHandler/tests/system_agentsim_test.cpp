@@ -129,7 +129,7 @@ TEST_F(Agentsim, ClientsRegisterPollReportAndFetchOnlyTheSettingsThatMoved) {
   ASSERT_FALSE(uid.empty()) << ReadFile(trace);
   const std::string section = folder_ + "/ms.ini";
   std::ofstream(section) << "[Manual_Scan]\nScanAllFiles=0\n";
-  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", uid, "MS_CFG", section}).Wait(), 0);
+  ASSERT_EQ(Child(Operator({"set-section", uid, "MS_CFG", section})).Wait(), 0);
   ASSERT_EQ(simulator.Wait(), 0) << ReadFile(Log());
 
   const Json::Value report = ReadJson(json);

@@ -54,8 +54,10 @@ class System : public ::testing::Test {
     serverFolder_ = folder_ + "/server";
     std::filesystem::create_directory(serverFolder_);
     ::setenv("VGCR_LOCAL_PATH", serverFolder_.c_str(), 1);
+    testDb_ = std::make_unique<TestDatabase>(folder_);
+    ASSERT_EQ(testDb_->error(), "");
     ASSERT_TRUE(StartService());
-    db_ = std::make_unique<DbProbe>(folder_ + "/cmdhandler.db");
+    db_ = std::make_unique<DbProbe>(testDb_->location());
   }
   void TearDown() override {
     host_.reset();
@@ -63,6 +65,7 @@ class System : public ::testing::Test {
       EXPECT_EQ(service_.Stop(), 0) << "a clean stop";
     }
     db_.reset();
+    testDb_.reset();
     if (HasFailure()) std::cerr << "service log:\n" << ReadFile(folder_ + "/service.log");
     ::unsetenv("VGCR_LOCAL_PATH");
     RemoveFolder(folder_);
@@ -73,7 +76,7 @@ class System : public ::testing::Test {
   bool StartService(const char* instances = "4", const std::vector<std::string>& extra = {}) {
     const std::string log = folder_ + "/service.log";
     const std::size_t before = ReadFile(log).size();
-    std::vector<std::string> args = {VGCR_CMDHANDLER, "--data", folder_, "--instances", instances};
+    std::vector<std::string> args = Operator({"--instances", instances});
     args.insert(args.end(), extra.begin(), extra.end());
     service_.Start(args, log);
     for (int i = 0; i < 500; ++i) {
@@ -115,6 +118,15 @@ class System : public ::testing::Test {
     ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
   }
 
+  // The service's command line with these arguments: its data folder and
+  // database, as the operator's commands take them too.
+  std::vector<std::string> Operator(const std::vector<std::string>& rest) const {
+    std::vector<std::string> args = {VGCR_CMDHANDLER, "--data", folder_};
+    if (testDb_ && testDb_->postgres()) args.insert(args.end(), {"--database", testDb_->option()});
+    args.insert(args.end(), rest.begin(), rest.end());
+    return args;
+  }
+
   // The signing certificate's SA_ISR and SA_SN, as the service prints them.
   void ReadIdentity(std::string* issuer, std::string* serial) {
     const std::string identityFile = folder_ + "/identity.txt";
@@ -129,6 +141,7 @@ class System : public ::testing::Test {
 
   std::string folder_;
   std::string serverFolder_;
+  std::unique_ptr<TestDatabase> testDb_;
   Child service_;
   std::unique_ptr<Host> host_;
   std::unique_ptr<DbProbe> db_;

@@ -75,7 +75,7 @@ TEST_P(Reports, UpdateReportsAreKeptAndAnsweredFromTheServersComponentVersions) 
   EXPECT_EQ(Ask(Update("2", "&updresult=0" + versions)), "1") << "nothing newer on the server";
   const std::string file = folder_ + "/INI_COMPONENT_VER.ini";
   std::ofstream(file) << "[Component_Version]\nPattern=1956200\nEngine=22.1\nProgram=14.0.1200\n";
-  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, "INI_COMPONENT_VER", file}).Wait(), 0);
+  ASSERT_EQ(Child(Operator({"set-section", kUid, "INI_COMPONENT_VER", file})).Wait(), 0);
   EXPECT_EQ(Ask(Update("2", "&updresult=0" + versions)), "2") << "a newer pattern is due";
   EXPECT_EQ(Ask(Update("1", "&updresult=0&program=14.0.1200&engine=22.1&ptnfile=1956200")), "1");
   EXPECT_EQ(Ask(Update("1", "&updresult=1603")), "1") << "a failure is reported too";

@@ -127,9 +127,9 @@ TEST_P(BothModes, TheSettingsLoop) {
   for (const Change& change : changes) {
     const std::string file = folder_ + "/" + change.section + ".ini";
     std::ofstream(file) << change.text;
-    ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, change.section, file}).Wait(), 0);
+    ASSERT_EQ(Child(Operator({"set-section", kUid, change.section, file})).Wait(), 0);
   }
-  EXPECT_EQ(db_->Value("SELECT group_concat(event) FROM (SELECT event FROM config_records ORDER BY event)"),
+  EXPECT_EQ(db_->Value("SELECT group_concat(event) FROM (SELECT event FROM config_records ORDER BY event) AS e"),
             "50,65,73,118");
   EXPECT_EQ(Ask(Poll(kUid)),
             "[Polling_Response]\r\nRECEIVING_STATUS=1\r\nINDIVIDUAL_SETTING=1\r\nMESSAGE_ID=0\r\nSETTING_SEQUENCE=4");
@@ -149,26 +149,26 @@ TEST_P(BothModes, UpdateOrderAndAlertMessagesFromTheOperator) {
   EXPECT_EQ(Ask("requestid=205"), "") << "no update order yet";
   const std::string order = folder_ + "/order.txt";
   std::ofstream(order) << "[Update]\nSource=http://updates.example/\n";
-  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "update-order", order}).Wait(), 0);
+  ASSERT_EQ(Child(Operator({"update-order", order})).Wait(), 0);
   EXPECT_EQ(Ask("requestid=205"), "[Update]\r\nSource=http://updates.example/\r\n");
 
   EXPECT_EQ(Ask("requestid=204&functiontype=128"), "[Alert_Message]\r\nTitle=Message from your administrator\r\nText=\r\n")
       << "the shipped text";
   const std::string alert = folder_ + "/alert.txt";
   std::ofstream(alert) << "Patch tonight.";
-  ASSERT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "alert", "128", alert}).Wait(), 0);
+  ASSERT_EQ(Child(Operator({"alert", "128", alert})).Wait(), 0);
   EXPECT_EQ(Ask("requestid=204&functiontype=128&uid=" + std::string(kUid)), "Patch tonight.");
   EXPECT_NE(Ask(Poll(kUid)).find("MESSAGE_ID=1\r\n"), std::string::npos) << "the heartbeat shows the new message";
-  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "alert", "2", alert}).Wait(), 2) << "a kind no client asks for";
-  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, "NO_SUCH", alert}).Wait(), 2);
-  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", "not-a-uid", "MS_CFG", alert}).Wait(), 2);
+  EXPECT_EQ(Child(Operator({"alert", "2", alert})).Wait(), 2) << "a kind no client asks for";
+  EXPECT_EQ(Child(Operator({"set-section", kUid, "NO_SUCH", alert})).Wait(), 2);
+  EXPECT_EQ(Child(Operator({"set-section", "not-a-uid", "MS_CFG", alert})).Wait(), 2);
   const char* stranger = "00000000-0000-4000-8000-0000000000FF";
-  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", stranger, "MS_CFG", alert}).Wait(), 1)
+  EXPECT_EQ(Child(Operator({"set-section", stranger, "MS_CFG", alert})).Wait(), 1)
       << "no such client";
-  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "alert", "128", alert, stranger}).Wait(), 1);
+  EXPECT_EQ(Child(Operator({"alert", "128", alert, stranger})).Wait(), 1);
   const std::string binary = folder_ + "/binary.ini";
   std::ofstream(binary, std::ios::binary) << std::string("[Manual_Scan]\nA=\0\xFF\n", 19);
-  EXPECT_EQ(Child({VGCR_CMDHANDLER, "--data", folder_, "set-section", kUid, "MS_CFG", binary}).Wait(), 1)
+  EXPECT_EQ(Child(Operator({"set-section", kUid, "MS_CFG", binary})).Wait(), 1)
       << "not text";
   EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM client_sections"), "0") << "nothing refused was stored";
 }

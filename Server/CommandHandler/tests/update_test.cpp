@@ -117,8 +117,8 @@ class Updates : public InProcessService {
 TEST_F(Updates, TheAnswerSaysWhetherTheClientIsKnownAndBehind) {
   ASSERT_NO_FATAL_FAILURE(RegisterBoth());
   ASSERT_TRUE(db_->Exec(std::string("INSERT INTO client_sections VALUES ('") + kLogUid +
-                        "', 'INI_COMPONENT_VER', '[Component_Version]' || char(13, 10) || 'Pattern=1500' || "
-                        "char(13, 10) || 'Engine=12.0.1010' || char(13, 10) || 'Program=14.0', 'now')"));
+                        "', 'INI_COMPONENT_VER', '[Component_Version]\r\nPattern=1500\r\nEngine=12.0.1010\r\nProgram=14.0', "
+                        "'now')"));
   const struct {
     const char* what;
     tagCln_CgiOnUpdate report;
@@ -140,7 +140,7 @@ TEST_F(Updates, TheAnswerSaysWhetherTheClientIsKnownAndBehind) {
     EXPECT_EQ(answer.updateDue, c.due) << c.what;
   }
   EXPECT_EQ(Count("update_history"), "5") << "every report of a known client";
-  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM update_history WHERE uid LIKE '00000000%'"), "0");
+  EXPECT_EQ(db_->Value("SELECT COUNT(*) FROM update_history WHERE substr(uid, 1, 8) = '00000000'"), "0");
   EXPECT_EQ(db_->Value("SELECT \"date\" || ' ' || \"time\" || ' ' || result || ' ' || spyptn FROM update_history "
                        "WHERE result <> 0"),
             "20261123 101500 -12 7");

@@ -97,17 +97,20 @@ class TakeOver : public ::testing::Test {
     data_ = folder_ + "/data";
     fs::create_directory(data_);
     std::string error;
-    database_ = db::Database::Open(data_ + "/cmdhandler.db", &error);
+    testDb_ = std::make_unique<TestDatabase>(data_);
+    ASSERT_EQ(testDb_->error(), "");
+    database_ = db::Database::Open(testDb_->location(), &error);
     ASSERT_TRUE(database_ && db::CreateSchema(*database_, &error)) << error;
     ASSERT_TRUE(database_->Exec(std::string("INSERT INTO clients (uid, first_seen, last_seen) VALUES ('") + kUid +
                                 "', 'x', 'x'), ('" + kOtherUid + "', 'x', 'x')"));
     uploads_ = Open({});
-    db_ = std::make_unique<DbProbe>(data_ + "/cmdhandler.db");
+    db_ = std::make_unique<DbProbe>(testDb_->location());
   }
   void TearDown() override {
     uploads_.reset();
     db_.reset();
     database_.reset();
+    testDb_.reset();
     server_.reset();
     RemoveFolder(folder_);
   }
@@ -125,6 +128,7 @@ class TakeOver : public ::testing::Test {
 
   std::string folder_, data_;
   std::unique_ptr<ServerFolder> server_;
+  std::unique_ptr<TestDatabase> testDb_;
   std::unique_ptr<db::Database> database_;
   std::unique_ptr<st::Uploads> uploads_;
   std::unique_ptr<DbProbe> db_;

@@ -7,6 +7,7 @@
 
 #include "channel/rec_Vdi.h"
 #include "db_Schema.h"
+#include "db_probe.h"
 #include "st_Vdi.h"
 
 namespace {
@@ -17,7 +18,10 @@ class Vdi : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string error;
-    database_ = db::Database::Open(":memory:", &error);
+    folder_ = MakeTempFolder();
+    testDb_ = std::make_unique<TestDatabase>(folder_);
+    ASSERT_EQ(testDb_->error(), "");
+    database_ = db::Database::Open(testDb_->location(), &error);
     ASSERT_TRUE(database_ && db::CreateSchema(*database_, &error)) << error;
     vdi_ = std::make_unique<st::VdiCoordinator>(
         *database_, st::VdiLimits{2, std::chrono::seconds(60), std::chrono::seconds(10)});
@@ -45,10 +49,20 @@ class Vdi : public ::testing::Test {
     return d.decision;
   }
   std::string States() {
-    db::Statement s = database_->Prepare("SELECT group_concat(state, ',') FROM (SELECT state FROM vdi_tasks ORDER BY id)");
-    return s.Step() ? s.Text(0) : "";
+    db::Statement s = database_->Prepare("SELECT state FROM vdi_tasks ORDER BY id");
+    std::string states;
+    while (s.Step()) states += (states.empty() ? "" : ",") + s.Text(0);
+    return states;
   }
 
+  void TearDown() override {
+    vdi_.reset();
+    database_.reset();
+    testDb_.reset();
+    RemoveFolder(folder_);
+  }
+  std::string folder_;
+  std::unique_ptr<TestDatabase> testDb_;
   std::unique_ptr<db::Database> database_;
   std::unique_ptr<st::VdiCoordinator> vdi_;
 };
