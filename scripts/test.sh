@@ -3,6 +3,8 @@
 # the three presets (linux, linux-asan, windows) and runs every test, the
 # Windows ones under Wine, then the linux build's Debian package
 # (dpkg-dev and file: dpkg-shlibdeps works out the package's dependencies).
+# PostgreSQL: the service's tests run on SQLite and on a scratch PostgreSQL
+# server of their own (scripts/lib/pgcluster.sh).
 # The metrics tests run promtool, taken from Debian's prometheus package, on
 # what the programs serve (scripts/lib/promtool.sh).
 set -euo pipefail
@@ -13,6 +15,7 @@ ensure_packages \
   cmake ninja-build g++ pkg-config \
   libgtest-dev googletest libbenchmark-dev \
   libssl-dev libmicrohttpd-dev libsqlite3-dev libjsoncpp-dev \
+  postgresql libpq-dev \
   dpkg-dev file \
   gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix \
   wine wine64
