@@ -3,7 +3,8 @@
 # door) beside PostgreSQL (one door, then two doors on one database), nginx's
 # fixed reply first in the same run. A door is an isapi-host with the
 # extension and a service of its own; with two doors wrk drives both at
-# once, half the connections each, and the rates are added.
+# once, half the connections each, and the rates are added. The heartbeats
+# come from clients the registration run made, a thousand per wrk thread.
 #   VGCR_BENCH_SECONDS=8 bash bench/scaleout.sh
 # VGCR_DB_CONNECTIONS: the services' --database-connections (default theirs).
 cd "$(dirname "$0")/.."
@@ -40,16 +41,17 @@ stop_doors() {
 
 rows=()
 measure_doors() {  # label count kind: wrk on each of `count` doors at once
-  local label=$1 count=$2 kind=$3 n total=0 p99=0 out
+  local label=$1 count=$2 kind=$3 n total=0 p99=0 out runs=()
   for n in $(seq "$count"); do
     case $kind in
-      heartbeat) args=("$(url_of "$n")?requestid=207&functiontype=1&uid=$bench_uid") ;;
+      heartbeat) args=("$(url_of "$n")" -s bench/per_client.lua -- "requestid=207&functiontype=1&uid={uid}" "$n" 1000) ;;
       registration) args=("$(url_of "$n")" -s bench/per_client.lua -- "$registration_query" "$n") ;;
       log) args=("$(url_of "$n")" -s bench/per_client.lua -- "$log_query" "$n") ;;
     esac
     connections=$((32 / count)) run_wrk "$label, door $n" "${args[@]}" >"$work/wrk$n.out" &
+    runs+=($!)
   done
-  wait_wrk
+  wait "${runs[@]}"
   for n in $(seq "$count"); do
     out=$(cat "$work/wrk$n.out")
     echo "$out"
@@ -58,7 +60,6 @@ measure_doors() {  # label count kind: wrk on each of `count` doors at once
   done
   rows+=("$label|$total|${p99}ms")
 }
-wait_wrk() { while pgrep -x wrk >/dev/null; do sleep 0.2; done; }
 
 start_nginx 18099
 results=()
@@ -68,8 +69,6 @@ nginx_rate=$(cut -d'|' -f2 <<<"${results[0]}")
 run_configuration() {  # name count location
   local name=$1 count=$2 location=$3 n
   for n in $(seq "$count"); do start_door "$n" "$location"; done
-  curl -s "$(url_of 1)?${registration_query//\{uid\}/$bench_uid}" >/dev/null
-  sleep 0.5
   for kind in registration heartbeat log; do measure_doors "$name: $kind" "$count" "$kind"; done
   stop_doors
 }

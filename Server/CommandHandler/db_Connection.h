@@ -58,9 +58,12 @@ class Connection {
   virtual int64_t Changes() const = 0;
   // Whether a transaction is open (possibly failed, waiting for ROLLBACK).
   virtual bool TransactionOpen() const = 0;
-  virtual bool Begin() = 0;
-  // True only when the transaction's work is stored.
-  virtual bool Commit() = 0;
+  // Begins a transaction and runs `then` (statements, may be empty) in it,
+  // in one exchange with a server.
+  virtual bool Begin(const std::string& then) = 0;
+  // Runs `before` (may be empty) and commits, in one exchange with a
+  // server; true only when the transaction's work is stored.
+  virtual bool Commit(const std::string& before) = 0;
   // The connection is gone (the server went away); Reconnect may bring it
   // back. A file never goes.
   virtual bool Lost() const = 0;

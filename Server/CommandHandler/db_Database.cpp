@@ -1,5 +1,6 @@
 #include "db_Database.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -33,7 +34,42 @@ bool Statement::Run() {
   return !failed_;
 }
 
-Database::~Database() = default;
+namespace {
+
+// The lane a thread holds, and whose (a service has more than one Database:
+// its metrics read through a connection of their own).
+thread_local const void* t_database = nullptr;
+thread_local void* t_lane = nullptr;
+
+}  // namespace
+
+Database::Database(std::vector<std::unique_ptr<Connection>> connections) : backend_(connections[0]->backend()) {
+  for (auto& connection : connections) lanes_.push_back(std::make_unique<Lane>(std::move(connection)));
+}
+
+Database::~Database() {
+  if (t_database == this) {
+    t_database = nullptr;
+    t_lane = nullptr;
+  }
+}
+
+Database::Lane& Database::Current() const {
+  return t_database == this ? *static_cast<Lane*>(t_lane) : *lanes_[0];
+}
+
+Database::Lane& Database::LeastBusy() const {
+  Lane* least = lanes_[0].get();
+  for (const auto& lane : lanes_) {
+    if (lane->users.load(std::memory_order_relaxed) < least->users.load(std::memory_order_relaxed)) least = lane.get();
+  }
+  return *least;
+}
+
+void Database::Hold(Lane& lane) const {
+  t_database = this;
+  t_lane = &lane;
+}
 
 std::unique_ptr<Database> Database::OpenForReading(const std::string& location, std::string* error,
                                                    const std::string& password) {
@@ -42,18 +78,26 @@ std::unique_ptr<Database> Database::OpenForReading(const std::string& location, 
   if (!connection) return nullptr;
   connection->SetBusyWait(kStatementBusyWaitMs);
   if (connection->backend() == Backend::kPostgres) connection->Exec("SET default_transaction_read_only = on");
-  return std::unique_ptr<Database>(new Database(std::move(connection)));
+  std::vector<std::unique_ptr<Connection>> one;
+  one.push_back(std::move(connection));
+  return std::unique_ptr<Database>(new Database(std::move(one)));
 }
 
-std::unique_ptr<Database> Database::Open(const std::string& location, std::string* error, const std::string& password) {
+std::unique_ptr<Database> Database::Open(const std::string& location, std::string* error, const std::string& password,
+                                         int connections) {
+  std::vector<std::unique_ptr<Connection>> lanes;
   if (IsPostgresLocation(location)) {
-    std::unique_ptr<Connection> connection = ConnectPostgres(location, password, error);
-    if (!connection) return nullptr;
-    return std::unique_ptr<Database>(new Database(std::move(connection)));
+    for (int i = 0; i < std::max(1, connections); ++i) {
+      std::unique_ptr<Connection> connection = ConnectPostgres(location, password, error);
+      if (!connection) return nullptr;
+      lanes.push_back(std::move(connection));
+    }
+    return std::unique_ptr<Database>(new Database(std::move(lanes)));
   }
   std::unique_ptr<Connection> connection = OpenSqlite(location, false, error);
   if (!connection) return nullptr;
-  std::unique_ptr<Database> database(new Database(std::move(connection)));
+  lanes.push_back(std::move(connection));
+  std::unique_ptr<Database> database(new Database(std::move(lanes)));
   // A statement outside a transaction (the schema, an operator's command,
   // a read) waits a little for another writer; a transaction's own wait
   // to begin is taken outside the lock (Transaction).
@@ -77,31 +121,49 @@ std::unique_ptr<Database> Database::Open(const std::string& location, std::strin
   return database;
 }
 
-bool Database::Exec(const std::string& sql) { return connection_->Exec(sql); }
+bool Database::Exec(const std::string& sql) { return Current().connection->Exec(sql); }
 
-Statement Database::Prepare(const std::string& sql) { return Statement(connection_->Prepare(sql)); }
+Statement Database::Prepare(const std::string& sql) { return Statement(Current().connection->Prepare(sql)); }
 
-std::string Database::LastError() const { return connection_->LastError(); }
+std::string Database::LastError() const { return Current().connection->LastError(); }
 
-void Database::SetBusyWait(int ms) { connection_->SetBusyWait(ms); }
+void Database::SetBusyWait(int ms) { Current().connection->SetBusyWait(ms); }
 
-bool Database::Busy() const { return connection_->Busy(); }
+bool Database::Busy() const { return Current().connection->Busy(); }
 
-int64_t Database::Changes() const { return connection_->Changes(); }
+int64_t Database::Changes() const { return Current().connection->Changes(); }
 
-bool Database::Revive() {
-  if (!connection_->Lost()) return true;
+bool Database::Revive(Lane& lane) {
+  if (!lane.connection->Lost()) return true;
   const auto now = std::chrono::steady_clock::now();
-  if (now - lastReconnect_ < std::chrono::milliseconds(kReconnectGapMs)) return false;
-  lastReconnect_ = now;
-  return connection_->Reconnect();
+  if (now - lane.lastReconnect < std::chrono::milliseconds(kReconnectGapMs)) return false;
+  lane.lastReconnect = now;
+  return lane.connection->Reconnect();
 }
 
 std::unique_lock<std::mutex> Database::Lock() {
-  std::unique_lock guard(lock_);
-  if (group_) SettleGroup();
-  Revive();
+  Lane& lane = LeastBusy();
+  std::unique_lock guard(lane.lock);
+  Hold(lane);
+  if (lane.group) SettleGroup(lane);
+  Revive(lane);
   return guard;
+}
+
+// Session locks live on the first lane, so that the one that took a lock
+// is the one that gives it back.
+bool Database::TryLockShared(const std::string& key) {
+  Lane& lane = *lanes_[0];
+  std::lock_guard guard(lane.lock);
+  if (lane.group) SettleGroup(lane);
+  return Revive(lane) && lane.connection->TryLock(key);
+}
+
+void Database::UnlockShared(const std::string& key) {
+  Lane& lane = *lanes_[0];
+  std::lock_guard guard(lane.lock);
+  if (lane.group) SettleGroup(lane);
+  lane.connection->Unlock(key);
 }
 
 Database::GroupStats Database::Groups() const {
@@ -116,26 +178,27 @@ void Database::WriteMetrics(metrics::Writer& w) const {
   commitSizes_.Write(w, "vgcr_cmdhandler_commit_commands", "");
 }
 
-void Database::SettleGroup() {
-  Group& group = *group_;
+void Database::SettleGroup(Lane& lane, const std::string& before) {
+  Group& group = *lane.group;
   // Some failures (a full disk, an I/O error, a lost server) end the whole
   // transaction, not only the savepoint that failed: then there is
   // nothing to commit, and the group has failed.
-  group.committed = TransactionOpen() && connection_->Commit();
-  if (!group.committed && TransactionOpen()) Exec("ROLLBACK");
+  Connection& connection = *lane.connection;
+  group.committed = connection.TransactionOpen() && connection.Commit(before);
+  if (!group.committed && connection.TransactionOpen()) connection.Exec("ROLLBACK");
   group.settled = true;
   if (group.members > 0) commitSizes_.Observe(static_cast<double>(group.members));
   if (group.members > 1) {
     sharedCommits_.fetch_add(1, std::memory_order_relaxed);
     sharedCommands_.fetch_add(static_cast<uint64_t>(group.members), std::memory_order_relaxed);
   }
-  group_.reset();
-  settled_.notify_all();
+  lane.group.reset();
+  lane.settled.notify_all();
 }
 
 namespace {
 
-// Counts a thread as queued while it waits for the database's lock: the
+// Counts a thread as queued while it waits for the lane's lock: the
 // group's last member is the one that finds nobody queued.
 class Queued {
  public:
@@ -156,73 +219,90 @@ std::unique_lock<std::mutex> TakeQueued(std::mutex& lock, std::atomic<int>& queu
 }  // namespace
 
 Transaction::Transaction(Database& database)
-    : database_(database), guard_(TakeQueued(database.lock_, database.queued_)) {
+    : database_(database), lane_(database.LeastBusy()), guard_((lane_.users.fetch_add(1), TakeQueued(lane_.lock, lane_.queued))) {
+  database_.Hold(lane_);
   // A group whose transaction the database has rolled back is over: its
   // members learn that it failed, and this command begins another.
-  if (database_.group_ && !database_.TransactionOpen()) database_.SettleGroup();
-  if (!database_.group_ && (!database_.Revive() || !BeginGroup())) return;
-  begun_ = database_.Exec("SAVEPOINT command");
+  if (lane_.group && !lane_.connection->TransactionOpen()) database_.SettleGroup(lane_);
+  // A command that begins the group opens its savepoint with BEGIN, in
+  // the same exchange with a server.
+  begun_ = lane_.group ? lane_.connection->Exec("SAVEPOINT command") : Database::Revive(lane_) && BeginGroup();
   if (!begun_) SettleIfLast();
 }
 
 // Another process writing (the sqlite3 shell, a backup) makes SQLite's
-// BEGIN IMMEDIATE busy. The wait for it is taken without the lock, so that the
-// commands queued behind are not held too, and it is short: a command that
-// cannot begin fails, and its requester is answered at once. Only BEGIN
-// itself runs without SQLite's busy wait: whoever takes the lock meanwhile
-// finds the usual one.
+// BEGIN IMMEDIATE busy. The wait for it is taken without the lock, so that
+// the commands queued behind are not held too, and it is short: a command
+// that cannot begin fails, and its requester is answered at once. Only
+// BEGIN itself runs without SQLite's busy wait: whoever takes the lock
+// meanwhile finds the usual one.
 bool Transaction::BeginGroup() {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyWaitMs);
   auto group = std::make_shared<Database::Group>();  // made first: nothing can fail once BEGIN has run
+  Connection& connection = *lane_.connection;
   for (;;) {
-    database_.SetBusyWait(0);
-    const bool begun = database_.connection_->Begin();
-    const bool busy = !begun && database_.Busy();
-    database_.SetBusyWait(Database::kStatementBusyWaitMs);
+    connection.SetBusyWait(0);
+    const bool begun = connection.Begin("SAVEPOINT command");
+    const bool busy = !begun && connection.Busy();
+    connection.SetBusyWait(Database::kStatementBusyWaitMs);
     if (begun) {
-      database_.group_ = std::move(group);
+      lane_.group = std::move(group);
       return true;
     }
+    if (connection.TransactionOpen()) connection.Exec("ROLLBACK");  // begun, but no savepoint
     if (!busy || std::chrono::steady_clock::now() >= deadline) return false;
     guard_.unlock();
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     guard_.lock();
-    if (database_.group_) return true;  // another command began one meanwhile: join it
+    database_.Hold(lane_);
+    if (lane_.group) return lane_.connection->Exec("SAVEPOINT command");  // begun meanwhile: join it
   }
 }
 
 void Transaction::SettleIfLast() {
-  if (!database_.group_) return;
-  if (database_.queued_.load() == 0 || !database_.TransactionOpen()) database_.SettleGroup();
+  if (!lane_.group) return;
+  if (lane_.queued.load() == 0 || !lane_.connection->TransactionOpen()) database_.SettleGroup(lane_);
 }
 
-// Undoes this command's work alone; the group goes on (unless SQLite has
-// rolled back all of it, which SettleIfLast sees).
+// Undoes this command's work alone; the group goes on (unless the
+// database has ended all of it, which SettleIfLast sees).
 void Transaction::Undo() {
-  if (database_.TransactionOpen()) {
-    database_.Exec("ROLLBACK TO command");
-    database_.Exec("RELEASE command");
+  Connection& connection = *lane_.connection;
+  if (connection.TransactionOpen()) {
+    connection.Exec("ROLLBACK TO command");
+    connection.Exec("RELEASE command");
   }
   SettleIfLast();
 }
 
 Transaction::~Transaction() {
   if (begun_ && !done_) Undo();
+  lane_.users.fetch_sub(1);
 }
 
 bool Transaction::Commit() {
   if (!begun_ || done_) return false;
   done_ = true;
-  if (!database_.TransactionOpen() || !database_.Exec("RELEASE command")) {
+  Connection& connection = *lane_.connection;
+  if (!connection.TransactionOpen()) {
     Undo();
     return false;
   }
-  std::shared_ptr<Database::Group> group = database_.group_;
-  ++group->members;
-  if (database_.queued_.load() == 0 || group->members >= Database::kMaxGroup) {
-    database_.SettleGroup();
+  std::shared_ptr<Database::Group> group = lane_.group;
+  if (lane_.queued.load() == 0 || group->members + 1 >= Database::kMaxGroup) {
+    // The last member: its release goes with the COMMIT. Its work is
+    // whole (every statement succeeded), so the release cannot fail
+    // alone; if anything does, the group has failed.
+    ++group->members;
+    database_.SettleGroup(lane_, "RELEASE command");
   } else {
-    database_.settled_.wait(guard_, [&group] { return group->settled; });
+    if (!connection.Exec("RELEASE command")) {
+      Undo();
+      return false;
+    }
+    ++group->members;
+    lane_.settled.wait(guard_, [&group] { return group->settled; });
+    database_.Hold(lane_);
   }
   database_.transactionSeconds_.Observe(
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count());

@@ -1,6 +1,7 @@
-// A small face over the database (db_Connection.h): one connection per
-// process, statements prepared once and reused, and transactions that roll
-// back unless committed.
+// A small face over the database (db_Connection.h): a SQLite file through
+// one connection, or a PostgreSQL server through a few (lanes, below);
+// statements prepared once per connection and reused, and transactions
+// that roll back unless committed.
 // Every method is called with the database's lock held (Transaction or
 // Database::Lock holds it).
 //
@@ -10,6 +11,12 @@
 // group, the one that finds nobody waiting behind it, commits for all, and
 // every Commit returns only once the commit that holds its work is done, so
 // whatever a command answers after Commit is stored.
+//
+// Lanes: on a server database the service keeps several connections, each
+// with its own lock and its own groups, and a command takes the least busy
+// one, so that commands run side by side where the server allows (a file
+// database has one writer at a time, and one lane). Statements are
+// prepared on the lane the calling thread holds.
 #pragma once
 
 #include <atomic>
@@ -68,14 +75,21 @@ class Database {
   // file, created when missing, in WAL mode so that a person may read it
   // with the sqlite3 shell while the service runs. A damaged file is
   // refused with a message saying so.
+  // `connections`: the lanes on a server database (a file has one).
   static std::unique_ptr<Database> Open(const std::string& location, std::string* error,
-                                        const std::string& password = "");
+                                        const std::string& password = "", int connections = 1);
   // A connection that only reads an existing database (the service's
   // metrics): no schema, no check, nothing written.
   static std::unique_ptr<Database> OpenForReading(const std::string& location, std::string* error,
                                                   const std::string& password = "");
-  Backend backend() const { return connection_->backend(); }
-  Connection& connection() { return *connection_; }
+  Backend backend() const { return backend_; }
+  // The connection of the lane the calling thread holds.
+  Connection& connection() { return *Current().connection; }
+  int lanes() const { return static_cast<int>(lanes_.size()); }
+  // A lock no other service holds meanwhile, held until UnlockShared
+  // (SQLite: nothing to take). False when another service holds it.
+  bool TryLockShared(const std::string& key);
+  void UnlockShared(const std::string& key);
 
   // Runs one or more statements that return nothing.
   bool Exec(const std::string& sql);
@@ -91,8 +105,8 @@ class Database {
   // Rows changed by the last INSERT, UPDATE or DELETE.
   int64_t Changes() const;
 
-  // The database to the caller alone, outside any transaction: a group of
-  // transactions still open is committed first.
+  // A lane to the caller alone, outside any transaction: a group of
+  // transactions still open on it is committed first.
   std::unique_lock<std::mutex> Lock();
 
   // At most this many commands share one commit, so that the first of a
@@ -114,24 +128,34 @@ class Database {
     bool settled = false;
     bool committed = false;
   };
-  explicit Database(std::unique_ptr<Connection> connection) : connection_(std::move(connection)) {}
-  // Whether a transaction is open on the connection (SQLite may have
-  // rolled one back by itself after a failure).
-  bool TransactionOpen() const { return connection_->TransactionOpen(); }
+  // One connection and the transactions queued on it.
+  struct Lane {
+    explicit Lane(std::unique_ptr<Connection> c) : connection(std::move(c)) {}
+    std::unique_ptr<Connection> connection;
+    std::chrono::steady_clock::time_point lastReconnect{};
+    std::mutex lock;
+    std::condition_variable settled;
+    std::atomic<int> queued{0};     // transactions waiting for the lock
+    std::atomic<int> users{0};      // transactions waiting or running
+    std::shared_ptr<Group> group;   // the open group, null when none
+  };
+  explicit Database(std::vector<std::unique_ptr<Connection>> connections);
+  // The lane the calling thread holds (the first when it holds none), and
+  // the one with the fewest transactions; Hold makes a lane the thread's.
+  Lane& Current() const;
+  Lane& LeastBusy() const;
+  void Hold(Lane& lane) const;
   // A server connection that went away is made again, at most every
   // kReconnectGapMs: meanwhile every command fails at once. Called with
-  // the lock held; false while the database is unreachable.
-  bool Revive();
+  // the lane's lock held; false while the database is unreachable.
+  static bool Revive(Lane& lane);
   static constexpr int kReconnectGapMs = 200;
-  // Commits (or, when that fails, rolls back) the open group and wakes its
-  // members. Called with the lock held.
-  void SettleGroup();
-  std::unique_ptr<Connection> connection_;
-  std::chrono::steady_clock::time_point lastReconnect_{};
-  mutable std::mutex lock_;
-  std::condition_variable settled_;
-  std::atomic<int> queued_{0};   // transactions waiting for the lock
-  std::shared_ptr<Group> group_;  // the open group, null when none
+  // Commits (or, when that fails, rolls back) the lane's open group and
+  // wakes its members. Called with the lane's lock held.
+  // `before`: the last member's release, sent with the COMMIT.
+  void SettleGroup(Lane& lane, const std::string& before = "");
+  Backend backend_;
+  std::vector<std::unique_ptr<Lane>> lanes_;
   // Read without the lock: a scrape must not wait behind a transaction.
   std::atomic<uint64_t> sharedCommits_{0}, sharedCommands_{0};
   // From a command's wait for the lock to the end of the commit that holds
@@ -160,6 +184,7 @@ class Transaction {
   void SettleIfLast();
   void Undo();
   Database& database_;
+  Database::Lane& lane_;
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::unique_lock<std::mutex> guard_;
   bool begun_ = false;

@@ -178,11 +178,12 @@ class PostgresConnection final : public Connection {
     const PGTransactionStatusType status = PQtransactionStatus(connection_);
     return status == PQTRANS_INTRANS || status == PQTRANS_INERROR;
   }
-  bool Begin() override { return Exec("BEGIN"); }
+  bool Begin(const std::string& then) override { return Exec("BEGIN;" + then); }
   // A transaction that failed is ended by COMMIT too, which then answers
-  // ROLLBACK: only "COMMIT" means stored.
-  bool Commit() override {
-    PGresult* result = PQexec(connection_, "COMMIT");
+  // ROLLBACK: only "COMMIT" means stored. (Of several statements PQexec
+  // answers the last one's result, or the first failure's.)
+  bool Commit(const std::string& before) override {
+    PGresult* result = PQexec(connection_, (before + ";COMMIT").c_str());
     const bool ok = Took(result) && std::strcmp(PQcmdStatus(result), "COMMIT") == 0;
     if (!ok && error_.empty()) error_ = "the transaction had failed and was rolled back";
     PQclear(result);

@@ -357,7 +357,7 @@ bool Migrate(Database& database, std::string* error) {
 bool CreateSchema(Database& database, std::string* error) {
   const auto lock = database.Lock();
   Connection& connection = database.connection();
-  if (!connection.Begin()) {
+  if (!connection.Begin("")) {
     *error = database.LastError();
     return false;
   }
@@ -365,7 +365,7 @@ bool CreateSchema(Database& database, std::string* error) {
     database.Exec("ROLLBACK");
     return false;
   }
-  if (connection.Commit()) return true;
+  if (connection.Commit("")) return true;
   *error = database.LastError();
   return false;
 }

@@ -76,8 +76,8 @@ class SqliteConnection final : public Connection {
   bool TransactionOpen() const override { return sqlite3_get_autocommit(connection_) == 0; }
   // IMMEDIATE: the write lock is taken at once, so that a transaction never
   // fails half-way because another process began writing meanwhile.
-  bool Begin() override { return Exec("BEGIN IMMEDIATE"); }
-  bool Commit() override { return Exec("COMMIT"); }
+  bool Begin(const std::string& then) override { return Exec("BEGIN IMMEDIATE;" + then); }
+  bool Commit(const std::string& before) override { return Exec(before + ";COMMIT"); }
   bool Lost() const override { return false; }
   bool Reconnect() override { return true; }
   std::vector<std::string> Tables() override {

@@ -95,16 +95,10 @@ bool RunRetention(db::Database& database, const RetentionLimits& limits, const s
                   const std::function<void(const std::string&)>& report) {
   // Services sharing a database take turns: whoever holds the lock prunes
   // for all, and the others leave it to that one this time.
-  {
-    const auto guard = database.Lock();
-    if (!database.connection().TryLock(kRetentionLock)) return true;
-  }
+  if (!database.TryLockShared(kRetentionLock)) return true;
   struct Release {
     db::Database& database;
-    ~Release() {
-      const auto guard = database.Lock();
-      database.connection().Unlock(kRetentionLock);
-    }
+    ~Release() { database.UnlockShared(kRetentionLock); }
   } release{database};
   bool ok = true;
   for (const logrec::Layout* layout : logrec::kLayouts) {

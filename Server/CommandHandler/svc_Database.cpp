@@ -64,7 +64,8 @@ std::unique_ptr<db::Database> OpenDatabase(const Options& options, std::string* 
       if (!KeepPrivate(location + suffix, 0600, error)) return nullptr;
     }
   }
-  std::unique_ptr<db::Database> database = db::Database::Open(location, error, password);
+  std::unique_ptr<db::Database> database =
+      db::Database::Open(location, error, password, options.databaseConnections);
   if (database && !db::CreateSchema(*database, error)) return nullptr;
   return database;
 }

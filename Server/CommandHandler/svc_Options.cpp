@@ -14,7 +14,8 @@
 namespace svc {
 
 const char* Usage() {
-  return "usage: vgcr-cmdhandler [--data DIR] [--database LOCATION [--database-password-file FILE]]\n"
+  return "usage: vgcr-cmdhandler [--data DIR] [--database LOCATION [--database-password-file FILE]\n"
+         "                       [--database-connections N]]\n"
          "                       [--defaults DIR] [--instances N] [--quiet]\n"
          "                       [--log-max-age DAYS] [--log-max-rows N] [--retention-interval SECONDS]\n"
          "                       [--upload-client-quota MIB] [--upload-total-quota MIB]\n"
@@ -35,6 +36,8 @@ const char* Usage() {
          "                                in it (VGCR_DATABASE_PASSWORD, or the file below)\n"
          "  --database-password-file FILE the database password, on the first line of FILE\n"
          "                                (mode 0600)\n"
+         "  --database-connections N      connections to the PostgreSQL server, 1 to 64;\n"
+         "                                commands run side by side on them (default 4)\n"
          "  --defaults DIR                default settings sections, one SECTION.ini each\n"
          "                                (default: the folder shipped with the sources)\n"
          "  --instances N                 listeners on the command pipe, 1 to 63 (default 16)\n"
@@ -123,6 +126,8 @@ struct NumberOption {
 };
 
 constexpr NumberOption kNumberOptions[] = {
+    {"--database-connections", 1, 64, "a number from 1 to 64",
+     [](Options* o, int64_t n) { o->databaseConnections = static_cast<int>(n); }},
     {"--instances", 1, 63, "a number from 1 to 63",
      [](Options* o, int64_t n) { o->instances = static_cast<uint32_t>(n); }},
     {"--log-max-age", 0, 36500, "a number of days from 0 (no limit) to 36500",

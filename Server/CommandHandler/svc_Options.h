@@ -13,6 +13,7 @@ struct Options {
   // a libpq connection string); empty: DIR/cmdhandler.db.
   std::string database;
   std::string databasePasswordFile;        // its password's file; else VGCR_DATABASE_PASSWORD
+  int databaseConnections = 4;             // to that server: commands run side by side on them
   std::string defaultsFolder;              // the default settings sections
   uint32_t instances = 16;                 // listeners on the command pipe
   bool quiet = false;                      // no line per command
