@@ -1,5 +1,8 @@
 #include "st_LogWriter.h"
 
+#include <chrono>
+#include <thread>
+
 #include "db_LogSchema.h"
 #include "svc_Log.h"
 
@@ -83,23 +86,28 @@ void LogWriter::Run() {
 }
 
 // One transaction for the batch. Another writer on the file (a person with
-// the shell) can hold it for a while: BEGIN then fails after the busy wait,
-// and the batch is tried again rather than lost. Should a row fail, each
-// row goes in its own transaction, so that a bad row costs only itself.
+// the shell) can hold it for a while, and a database server can go away:
+// the batch is then tried again, for about a minute, rather than lost.
+// Should a row fail, each row goes in its own transaction, so that a bad
+// row costs only itself.
 void LogWriter::Store(std::vector<LogRow>& batch) {
-  // Each attempt waits up to Transaction::kBusyWaitMs: about a minute in all.
-  constexpr int kBeginAttempts = 60000 / db::Transaction::kBusyWaitMs;
-  for (int attempt = 1;; ++attempt) {
-    db::Transaction transaction(database_);
-    if (transaction.ok()) {
-      if (InsertAll(batch) && transaction.Commit()) return;
-      break;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (;;) {
+    const auto began = std::chrono::steady_clock::now();
+    {
+      db::Transaction transaction(database_);
+      if (transaction.ok()) {
+        if (InsertAll(batch) && transaction.Commit()) return;
+        if (!database_.connection().Lost()) break;
+      }
     }
-    if (attempt == kBeginAttempts) {
-      svc::Note(std::to_string(batch.size()) + " logs not stored: the database stays locked: " +
+    if (std::chrono::steady_clock::now() >= deadline) {
+      svc::Note(std::to_string(batch.size()) + " logs not stored: the database stays locked or unreachable: " +
                 database_.LastError());
       return;
     }
+    // A server that is down fails at once; a locked file after its wait.
+    std::this_thread::sleep_until(began + std::chrono::milliseconds(100));
   }
   for (const LogRow& row : batch) {
     std::string error;

@@ -234,3 +234,22 @@ TEST(LogOptions, RetentionOptionsAndTheCommandKeepItsOwn) {
 }
 
 }  // namespace
+
+// The schema's version: a database a newer release has used is refused with
+// a message that says so; one from before versions were kept is brought up
+// to this release's and recorded.
+TEST_F(InProcessService, TheSchemaVersionIsCheckedAndBroughtUp) {
+  service_.Stop();
+  ASSERT_TRUE(db_->Exec("INSERT INTO schema_version (version, applied) VALUES (99, 'later')"));
+  svc::Options options = TestOptions(folder_);
+  options.database = testDb_->option();
+  std::string error;
+  {
+    svc::Service service;
+    EXPECT_FALSE(service.Start(options, &error));
+  }
+  EXPECT_NE(error.find("schema is version 99, newer than this vgcr-cmdhandler's (1)"), std::string::npos) << error;
+  ASSERT_TRUE(db_->Exec("DELETE FROM schema_version"));
+  Restart([](svc::Options&) {});
+  EXPECT_EQ(db_->Value("SELECT group_concat(version) FROM schema_version"), "1");
+}

@@ -219,8 +219,9 @@ TEST_F(ScaleOut, ADoorWithAnotherCertificateIsRefused) {
 }
 
 // The database stops for five seconds: meanwhile every round trip is
-// answered -5 at once through either door; afterwards both doors serve
-// again without being restarted.
+// answered -5 at once through either door, and the logs both doors take are
+// kept until it is back; afterwards both doors serve again without being
+// restarted.
 TEST_F(ScaleOut, ADatabaseOutageIsAnsweredAtOnceAndRecoveredFrom) {
   ASSERT_EQ(Ask(a_, Registration(kUid)).substr(0, 2), "1\n");
   ASSERT_EQ(db_->WaitFor("SELECT COUNT(*) FROM clients", "1"), "1");
@@ -236,6 +237,7 @@ TEST_F(ScaleOut, ADatabaseOutageIsAnsweredAtOnceAndRecoveredFrom) {
       answer = Ask(*door, Poll(kUid));
       EXPECT_EQ(answer, "-5");
       EXPECT_LT(std::chrono::steady_clock::now() - asked, httptest::kPromptly);
+      EXPECT_EQ(Ask(*door, VirusLog(kUid, polls)), "1");
       ++polls;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(250));
@@ -252,6 +254,7 @@ TEST_F(ScaleOut, ADatabaseOutageIsAnsweredAtOnceAndRecoveredFrom) {
     }
     EXPECT_EQ(answer, PollingState(0, 0, 0)) << door->folder;
   }
+  EXPECT_EQ(db_->WaitFor("SELECT COUNT(*) FROM virus_log", std::to_string(polls), 20000), std::to_string(polls));
 }
 
 }  // namespace
