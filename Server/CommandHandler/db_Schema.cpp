@@ -303,7 +303,10 @@ std::string Version1(Backend backend) {
          (postgres ? kPostgresTriggers : kSqliteTriggers);
 }
 
-constexpr Migration kMigrations[] = {{1, Version1}};
+// Uploads' files stay with the service that took them: the row says which.
+std::string Version2(Backend) { return "ALTER TABLE uploads ADD COLUMN door TEXT NOT NULL DEFAULT ''"; }
+
+constexpr Migration kMigrations[] = {{1, Version1}, {2, Version2}};
 
 int Recorded(Database& database, bool* ok) {
   Statement s = database.Prepare("SELECT COALESCE(MAX(version), 0) FROM schema_version");

@@ -9,7 +9,7 @@ namespace db {
 
 // The schema version this build writes. A database at an older version is
 // brought up to it at start; one at a newer version is refused.
-inline constexpr int kSchemaVersion = 1;
+inline constexpr int kSchemaVersion = 2;
 
 // Creates whatever is missing; an existing database keeps its rows.
 bool CreateSchema(Database& database, std::string* error);

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <random>
@@ -151,6 +152,15 @@ bool IsStoredName(std::string_view name) {
     if (c < '0' || c > '9') return false;
   }
   return true;
+}
+
+std::string Uploads::DoorOf(const std::string& folderPath) {
+  char host[256] = {};
+  if (::gethostname(host, sizeof host - 1) != 0) host[0] = 0;
+  char* real = ::realpath(folderPath.c_str(), nullptr);
+  std::string door = std::string(host) + ":" + (real ? real : folderPath);
+  std::free(real);
+  return door;
 }
 
 std::unique_ptr<Uploads> Uploads::Open(db::Database& database, const std::string& dataFolder, UploadQuotas quotas,
@@ -310,11 +320,11 @@ std::string Uploads::Store(const tagCln_UploadFile& record, std::string_view kin
   if (std::string refusal = QuotaRefusal(uid, record.size); !refusal.empty()) return refusal;
   db::Statement insert = database_.Prepare(
       std::string("INSERT INTO uploads (received, uid, release, kind, file_name, size, md5, disk_status, "
-                  "stored_name) VALUES (") +
-      db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?, ?) RETURNING id");
+                  "stored_name, door) VALUES (") +
+      db::kNowSql + ", ?, ?, ?, ?, ?, ?, ?, ?, ?) RETURNING id");
   insert.Bind(1, uid).Bind(2, plat::ToUtf8(record.release.substr(0, kReleaseChars))).Bind(3, std::string(kind));
   insert.Bind(4, plat::ToUtf8(record.fileName)).Bind(5, record.size).Bind(6, md5).Bind(7, record.diskStatus);
-  if (!insert.Bind(8, staging.name()).Step()) return "the database failed";
+  if (!insert.Bind(8, staging.name()).Bind(9, door_).Step()) return "the database failed";
   const int64_t id = insert.Int(0);
   while (insert.Step()) {
   }

@@ -72,11 +72,16 @@ class Uploads {
   void Sweep(std::chrono::seconds tempAge, const std::function<void(const std::string&)>& report);
 
   const std::string& Folder() const { return folderPath_; }
+  // Where this service keeps its files, as the rows say it: "HOST:FOLDER".
+  // Services sharing a database each keep the files they took.
+  const std::string& Door() const { return door_; }
 
  private:
   friend class StagingFile;
   Uploads(db::Database& database, int folder, std::string folderPath, UploadQuotas quotas)
-      : database_(database), folder_(folder), folderPath_(std::move(folderPath)), quotas_(quotas) {}
+      : database_(database), folder_(folder), folderPath_(std::move(folderPath)), door_(DoorOf(folderPath_)),
+        quotas_(quotas) {}
+  static std::string DoorOf(const std::string& folderPath);
   // "" when a known client may store `size` more bytes, else why not.
   std::string Admit(const std::string& uid, int64_t size);
   // The same, with the database's lock held.
@@ -91,6 +96,7 @@ class Uploads {
   db::Database& database_;
   int folder_;  // `uploads`, opened without following a link
   std::string folderPath_;
+  std::string door_;
   UploadQuotas quotas_;
   // A copy's commit (its row and its file's final name) and the sweep of
   // `uploads` take turns, so that the sweep never sees a file named before
