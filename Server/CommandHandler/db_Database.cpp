@@ -66,6 +66,16 @@ Database::Lane& Database::LeastBusy() const {
   return *least;
 }
 
+Database::Lane& Database::LaneFor(std::string_view client) const {
+  if (lanes_.size() == 1 || client.empty()) return LeastBusy();
+  // Uids are compared without regard to case.
+  std::size_t hash = 14695981039346656037u;
+  for (const char c : client) {
+    hash = (hash ^ static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c)) * 1099511628211u;
+  }
+  return *lanes_[hash % lanes_.size()];
+}
+
 void Database::Hold(Lane& lane) const {
   t_database = this;
   t_lane = &lane;
@@ -141,8 +151,8 @@ bool Database::Revive(Lane& lane) {
   return lane.connection->Reconnect();
 }
 
-std::unique_lock<std::mutex> Database::Lock() {
-  Lane& lane = LeastBusy();
+std::unique_lock<std::mutex> Database::Lock(std::string_view client) {
+  Lane& lane = LaneFor(client);
   std::unique_lock guard(lane.lock);
   Hold(lane);
   if (lane.group) SettleGroup(lane);
@@ -218,8 +228,8 @@ std::unique_lock<std::mutex> TakeQueued(std::mutex& lock, std::atomic<int>& queu
 
 }  // namespace
 
-Transaction::Transaction(Database& database)
-    : database_(database), lane_(database.LeastBusy()), guard_((lane_.users.fetch_add(1), TakeQueued(lane_.lock, lane_.queued))) {
+Transaction::Transaction(Database& database, std::string_view client)
+    : database_(database), lane_(database.LaneFor(client)), guard_((lane_.users.fetch_add(1), TakeQueued(lane_.lock, lane_.queued))) {
   database_.Hold(lane_);
   // A group whose transaction the database has rolled back is over: its
   // members learn that it failed, and this command begins another.

@@ -28,6 +28,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "db_Connection.h"
 #include "metrics/text.h"
@@ -106,8 +107,9 @@ class Database {
   int64_t Changes() const;
 
   // A lane to the caller alone, outside any transaction: a group of
-  // transactions still open on it is committed first.
-  std::unique_lock<std::mutex> Lock();
+  // transactions still open on it is committed first. `client`: see
+  // Transaction.
+  std::unique_lock<std::mutex> Lock(std::string_view client = {});
 
   // At most this many commands share one commit, so that the first of a
   // long stream does not wait for the stream to end.
@@ -144,6 +146,8 @@ class Database {
   // the one with the fewest transactions; Hold makes a lane the thread's.
   Lane& Current() const;
   Lane& LeastBusy() const;
+  // The lane of a client's commands (the least busy one for none).
+  Lane& LaneFor(std::string_view client) const;
   void Hold(Lane& lane) const;
   // A server connection that went away is made again, at most every
   // kReconnectGapMs: meanwhile every command fails at once. Called with
@@ -172,7 +176,11 @@ class Transaction {
  public:
   // How long a transaction waits for another process's write to end.
   static constexpr int kBusyWaitMs = 1000;
-  explicit Transaction(Database& database);
+  // `client`: the uid the command is about, when it is about one. A
+  // client's commands all take one lane, so that they run in the order they
+  // came, as on a single connection: a settings text sent one way is there
+  // for the fetch that follows it.
+  explicit Transaction(Database& database, std::string_view client = {});
   ~Transaction();
   bool ok() const { return begun_; }
   // True once the commit that holds this work is done.
@@ -196,6 +204,11 @@ class Transaction {
 template <typename Work>
 bool InTransaction(Database& database, Work&& work) {
   Transaction transaction(database);
+  return transaction.ok() && work() && transaction.Commit();
+}
+template <typename Work>
+bool InTransaction(Database& database, std::string_view client, Work&& work) {
+  Transaction transaction(database, client);
   return transaction.ok() && work() && transaction.Commit();
 }
 

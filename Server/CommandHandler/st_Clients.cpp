@@ -57,7 +57,7 @@ bool Store::Register(const uint8_t* block, std::size_t size, std::string* uid, b
       values.push_back({false, {}, rec::GetNumber(block, f)});
     }
   }
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, *uid, [&] {
     *isNew = !Known(database_, *uid);
     db::Statement s = database_.Prepare(sql);
     s.Bind(1, *uid);
@@ -74,7 +74,7 @@ bool Store::Register(const uint8_t* block, std::size_t size, std::string* uid, b
 }
 
 bool Store::SetProtectionStatus(const std::string& uid, uint32_t mask, bool* known) {
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     *known = Known(database_, uid);
     if (!*known) return true;
     db::Statement s = database_.Prepare(
@@ -92,7 +92,7 @@ bool Store::SetProtectionStatus(const std::string& uid, uint32_t mask, bool* kno
 }
 
 bool Store::SetLogonUser(const std::string& uid, const std::string& user, const std::string& userUid) {
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     db::Statement s =
         database_.Prepare(std::string("INSERT INTO logon_user VALUES (?, ") + db::kNowSql +
                           ", ?, ?) ON CONFLICT(uid) DO UPDATE SET reported = excluded.reported, "
@@ -104,7 +104,7 @@ bool Store::SetLogonUser(const std::string& uid, const std::string& user, const 
 bool Store::Heartbeat(const std::string& uid, int32_t requestType, const std::string& debugInfo, bool* known,
                       PollingState* state) {
   *state = PollingState{};
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     *known = Known(database_, uid);
     if (!*known) return true;
     // A client polling for the first time starts with the newest message
@@ -128,13 +128,13 @@ bool Store::Heartbeat(const std::string& uid, int32_t requestType, const std::st
 }
 
 bool Store::IsKnown(const std::string& uid, bool* known) {
-  const auto lock = database_.Lock();
+  const auto lock = database_.Lock(uid);
   *known = Known(database_, uid);
   return true;
 }
 
 bool Store::AddOppReport(const std::string& uid, const std::string& release, int32_t operation, bool* known) {
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     *known = Known(database_, uid);
     if (!*known) return true;
     db::Statement s = database_.Prepare("INSERT INTO opp_reports (uid, release, operation) VALUES (?, ?, ?)");
@@ -143,7 +143,7 @@ bool Store::AddOppReport(const std::string& uid, const std::string& release, int
 }
 
 bool Store::SetFirewallCounts(const std::string& uid, const FirewallCounts& counts) {
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     db::Statement s = database_.Prepare(
         std::string("INSERT INTO firewall_counts (uid, updated, text_field, firewall_per_hour, "
                     "intrusion_per_hour, network_virus_per_hour, firewall_total, intrusion_total, "
@@ -162,7 +162,7 @@ bool Store::SetFirewallCounts(const std::string& uid, const FirewallCounts& coun
 
 bool Store::ReportUpdate(const UpdateReport& report, bool* known, std::string* components) {
   components->clear();
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, report.uid, [&] {
     *known = Known(database_, report.uid);
     if (!*known) return true;
     db::Statement history = database_.Prepare(
@@ -196,7 +196,7 @@ bool Store::ReportUpdate(const UpdateReport& report, bool* known, std::string* c
 
 bool Store::SetClientCertificate(const std::string& uid, const std::string& issuer, const std::string& serial,
                                  bool* known) {
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     *known = Known(database_, uid);
     if (!*known) return true;
     db::Statement s = database_.Prepare(

@@ -23,7 +23,7 @@ const char* ColumnOf(ClientValue which) {
 }  // namespace
 
 bool Store::ReadSection(const std::string& uid, const std::string& section, std::string* text) {
-  const auto lock = database_.Lock();
+  const auto lock = database_.Lock(uid);
   db::Statement own = database_.Prepare("SELECT text FROM client_sections WHERE uid = ? AND section = ?");
   if (own.Bind(1, uid).Bind(2, section).Step()) {
     *text = own.Text(0);
@@ -65,7 +65,7 @@ bool Store::WriteSection(const std::string& uid, const std::string& section, con
   const SectionRule* rule = FindSection(section);
   *event = rule ? rule->event : 0;
   if (rule == nullptr) return false;
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     db::Statement s = database_.Prepare(std::string("INSERT INTO client_sections VALUES (?, ?, ?, ") + db::kNowSql +
                                         ") ON CONFLICT(uid, section) DO UPDATE SET text = excluded.text, "
                                         "updated = excluded.updated");
@@ -78,7 +78,7 @@ bool Store::ClearSection(const std::string& uid, const std::string& section, uin
   *event = rule ? rule->event : 0;
   *removed = false;
   if (rule == nullptr) return false;
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     db::Statement s = database_.Prepare("DELETE FROM client_sections WHERE uid = ? AND section = ? RETURNING 1");
     *removed = s.Bind(1, uid).Bind(2, section).Step();
     while (s.Step()) {
@@ -92,7 +92,7 @@ bool Store::RemoveConfigRecord(const std::string& uid, uint32_t event, bool* rem
   for (const SectionRule& rule : kSections) {
     if (rule.event == event) flags |= rule.flag;
   }
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     db::Statement s = database_.Prepare("DELETE FROM config_records WHERE uid = ? AND event = ? RETURNING 1");
     *removed = s.Bind(1, uid).Bind(2, event).Step();
     while (s.Step()) {
@@ -105,7 +105,7 @@ bool Store::RemoveConfigRecord(const std::string& uid, uint32_t event, bool* rem
 }
 
 bool Store::SetClientValue(const std::string& uid, ClientValue which, int64_t value) {
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     const std::string column = ColumnOf(which);
     db::Statement s = database_.Prepare("INSERT INTO client_config (uid, " + column + ", updated) VALUES (?, ?, " +
                                         db::kNowSql + ") ON CONFLICT(uid) DO UPDATE SET " + column + " = excluded." +
@@ -115,14 +115,14 @@ bool Store::SetClientValue(const std::string& uid, ClientValue which, int64_t va
 }
 
 bool Store::IsConfigFlagSet(const std::string& uid, uint32_t flag, bool* set) {
-  const auto lock = database_.Lock();
+  const auto lock = database_.Lock(uid);
   db::Statement s = database_.Prepare("SELECT config_flags & ? FROM client_config WHERE uid = ?");
   *set = s.Bind(1, flag).Bind(2, uid).Step() && s.Int(0) != 0;
   return !s.failed();
 }
 
 bool Store::ClientDomain(const std::string& uid, bool full, std::string* text) {
-  const auto lock = database_.Lock();
+  const auto lock = database_.Lock(uid);
   db::Statement s = database_.Prepare(
       full ? "SELECT CASE WHEN addistinguishedname <> '' THEN addistinguishedname ELSE domain END FROM clients "
              "WHERE uid = ?"
@@ -132,7 +132,7 @@ bool Store::ClientDomain(const std::string& uid, bool full, std::string* text) {
 }
 
 bool Store::AlertMessage(const std::string& uid, int32_t functionType, std::string* text) {
-  const auto lock = database_.Lock();
+  const auto lock = database_.Lock(uid);
   db::Statement s = database_.Prepare(
       "SELECT text FROM alert_messages WHERE (uid IS NULL OR uid = ?) AND function_type = ? ORDER BY id DESC LIMIT 1");
   if (s.Bind(1, uid).Bind(2, functionType).Step()) {
@@ -146,7 +146,7 @@ bool Store::AlertMessage(const std::string& uid, int32_t functionType, std::stri
 }
 
 bool Store::AddAlertMessage(const std::string& uid, int32_t functionType, const std::string& text, int64_t* id) {
-  return db::InTransaction(database_, [&] {
+  return db::InTransaction(database_, uid, [&] {
     db::Statement s = database_.Prepare(
         "INSERT INTO alert_messages (uid, function_type, text) VALUES (NULLIF(?, ''), ?, ?) RETURNING id");
     if (!s.Bind(1, uid).Bind(2, functionType).Bind(3, text).Step()) return false;
