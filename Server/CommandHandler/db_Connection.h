@@ -58,6 +58,9 @@ class Connection {
   virtual int64_t Changes() const = 0;
   // Whether a transaction is open (possibly failed, waiting for ROLLBACK).
   virtual bool TransactionOpen() const = 0;
+  // A statement failed in the open transaction, which refuses every other
+  // until a rollback (a server's way; SQLite goes on).
+  virtual bool TransactionFailed() const = 0;
   // Begins a transaction and runs `then` (statements, may be empty) in it,
   // in one exchange with a server.
   virtual bool Begin(const std::string& then) = 0;

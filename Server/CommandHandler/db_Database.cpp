@@ -294,12 +294,14 @@ bool Transaction::Commit() {
   if (!begun_ || done_) return false;
   done_ = true;
   Connection& connection = *lane_.connection;
-  if (!connection.TransactionOpen()) {
+  // A statement that failed (a read taken for "no row" included) leaves a
+  // server's transaction unusable until this command's work is undone.
+  if (!connection.TransactionOpen() || connection.TransactionFailed()) {
     Undo();
     return false;
   }
   std::shared_ptr<Database::Group> group = lane_.group;
-  if (lane_.queued.load() == 0 || group->members + 1 >= Database::kMaxGroup) {
+  if (lane_.queued.load() == 0 || group->members + 1 >= database_.MaxGroup()) {
     // The last member: its release goes with the COMMIT. Its work is
     // whole (every statement succeeded), so the release cannot fail
     // alone; if anything does, the group has failed.

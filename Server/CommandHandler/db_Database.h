@@ -111,9 +111,14 @@ class Database {
   // Transaction.
   std::unique_lock<std::mutex> Lock(std::string_view client = {});
 
-  // At most this many commands share one commit, so that the first of a
-  // long stream does not wait for the stream to end.
+  // At most this many commands share one commit on a SQLite file, so that
+  // the first of a long stream does not wait for the stream to end. On a
+  // server each command commits alone: a shared commit would keep each
+  // member's row locks until the last one's commit, and two groups holding
+  // what the other's next member wants would deadlock; the server itself
+  // writes the commits that come together to its log in one flush.
   static constexpr int kMaxGroup = 64;
+  int MaxGroup() const { return backend_ == Backend::kSqlite ? kMaxGroup : 1; }
   // Commits whose group held more than one command, and the commands they
   // held (for the benchmarks' figures).
   struct GroupStats {

@@ -178,6 +178,7 @@ class PostgresConnection final : public Connection {
     const PGTransactionStatusType status = PQtransactionStatus(connection_);
     return status == PQTRANS_INTRANS || status == PQTRANS_INERROR;
   }
+  bool TransactionFailed() const override { return PQtransactionStatus(connection_) == PQTRANS_INERROR; }
   bool Begin(const std::string& then) override { return Exec("BEGIN;" + then); }
   // A transaction that failed is ended by COMMIT too, which then answers
   // ROLLBACK: only "COMMIT" means stored. (Of several statements PQexec
@@ -317,9 +318,19 @@ int PostgresCursor::Step() {
 
 }  // namespace
 
+// A URI, or a connection string that begins with one of libpq's keywords;
+// anything else is a file's path.
 bool IsPostgresLocation(const std::string& location) {
-  return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0 ||
-         location.find('=') != std::string::npos;
+  if (location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0) return true;
+  const std::size_t equals = location.find('=');
+  if (equals == std::string::npos) return false;
+  std::string keyword = location.substr(0, equals);
+  while (!keyword.empty() && keyword.back() == ' ') keyword.pop_back();
+  for (const char* known : {"host", "hostaddr", "port", "dbname", "user", "service", "sslmode", "options",
+                            "application_name", "connect_timeout", "target_session_attrs", "passfile"}) {
+    if (keyword == known) return true;
+  }
+  return false;
 }
 
 std::unique_ptr<Connection> ConnectPostgres(const std::string& location, const std::string& password,
@@ -344,9 +355,15 @@ std::unique_ptr<Connection> ConnectPostgres(const std::string& location, const s
   // A server that does not answer is given up on in a few seconds; a
   // statement that waits long for a lock fails rather than holding a
   // requester past its own wait.
-  std::vector<const char*> keys = {"dbname", "connect_timeout", "application_name", "client_encoding", "options"};
+  // A connection the network dropped without a word is noticed within
+  // about 15 s (keepalives, and the kernel's give-up time for unanswered
+  // sends), not after the system's quarter of an hour.
+  std::vector<const char*> keys = {"dbname",          "connect_timeout", "application_name", "client_encoding",
+                                   "options",         "keepalives",      "keepalives_idle",  "keepalives_interval",
+                                   "keepalives_count", "tcp_user_timeout"};
   std::vector<const char*> values = {location.c_str(), "3", "vgcr-cmdhandler", "UTF8",
-                                     "-c lock_timeout=5000 -c statement_timeout=8000 -c TimeZone=UTC"};
+                                     "-c lock_timeout=5000 -c statement_timeout=8000 -c TimeZone=UTC",
+                                     "1", "5", "2", "3", "15000"};
   if (!password.empty()) {
     keys.push_back("password");
     values.push_back(password.c_str());
@@ -356,6 +373,13 @@ std::unique_ptr<Connection> ConnectPostgres(const std::string& location, const s
   PGconn* connection = PQconnectdbParams(keys.data(), values.data(), 1);
   if (connection == nullptr || PQstatus(connection) != CONNECTION_OK) {
     *error = connection ? Trimmed(PQerrorMessage(connection)) : "out of memory";
+    PQfinish(connection);
+    return nullptr;
+  }
+  // The schema replaces triggers in place (CREATE OR REPLACE TRIGGER).
+  if (PQserverVersion(connection) < 140000) {
+    *error = "the PostgreSQL server is version " + std::to_string(PQserverVersion(connection) / 10000) +
+             "; the service needs 14 or later";
     PQfinish(connection);
     return nullptr;
   }

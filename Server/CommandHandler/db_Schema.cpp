@@ -170,7 +170,8 @@ CREATE INDEX IF NOT EXISTS uploads_uid ON uploads (uid);
 -- VDI tasks: a desktop's request to run a task in its pool, queued until a
 -- slot is free, running, then done; or dead (it stopped reporting) or gone
 -- (it stopped asking while queued). Times in milliseconds since 1970:
--- datetime(started_ms / 1000, 'unixepoch') reads one.
+-- datetime(started_ms / 1000, 'unixepoch') reads one in SQLite,
+-- to_timestamp(started_ms / 1000.0) in PostgreSQL.
 CREATE TABLE IF NOT EXISTS vdi_tasks (
   id INTEGER PRIMARY KEY,
   uid TEXT NOT NULL COLLATE NOCASE,

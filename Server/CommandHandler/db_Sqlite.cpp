@@ -74,6 +74,7 @@ class SqliteConnection final : public Connection {
   void SetBusyWait(int ms) override { sqlite3_busy_timeout(connection_, ms); }
   int64_t Changes() const override { return sqlite3_changes64(connection_); }
   bool TransactionOpen() const override { return sqlite3_get_autocommit(connection_) == 0; }
+  bool TransactionFailed() const override { return false; }
   // IMMEDIATE: the write lock is taken at once, so that a transaction never
   // fails half-way because another process began writing meanwhile.
   bool Begin(const std::string& then) override { return Exec("BEGIN IMMEDIATE;" + then); }

@@ -94,16 +94,17 @@ void LogWriter::Store(std::vector<LogRow>& batch) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   for (;;) {
     const auto began = std::chrono::steady_clock::now();
+    std::string error;
     {
       db::Transaction transaction(database_);
       if (transaction.ok()) {
         if (InsertAll(batch) && transaction.Commit()) return;
         if (!database_.connection().Lost()) break;
       }
+      error = database_.LastError();  // while the lane is still this thread's
     }
     if (std::chrono::steady_clock::now() >= deadline) {
-      svc::Note(std::to_string(batch.size()) + " logs not stored: the database stays locked or unreachable: " +
-                database_.LastError());
+      svc::Note(std::to_string(batch.size()) + " logs not stored: the database stays locked or unreachable: " + error);
       return;
     }
     // A server that is down fails at once; a locked file after its wait.

@@ -176,6 +176,8 @@ bool Store::SetUpdateOrder(const std::string& text) {
 
 bool Store::LoadDefaults(const std::map<std::string, std::string>& sections) {
   return db::InTransaction(database_, [&] {
+    // Services starting together on one server take turns.
+    if (!database_.connection().LockForTransaction("vgcr defaults")) return false;
     if (!database_.Exec("DELETE FROM section_defaults; DELETE FROM shipped_defaults")) return false;
     for (const auto& [name, text] : sections) {
       db::Statement s =

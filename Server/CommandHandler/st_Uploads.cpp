@@ -315,7 +315,9 @@ std::string Uploads::Store(const tagCln_UploadFile& record, std::string_view kin
   std::lock_guard files(files_);
   db::Transaction transaction(database_);
   if (!transaction.ok()) return "the database failed";
-  // Other uploads may have been stored while this one was copied.
+  // Other uploads may have been stored while this one was copied, by this
+  // service or another one on the same server.
+  if (!database_.connection().LockForTransaction("vgcr uploads " + uid)) return "the database failed";
   if (!Known(database_, uid)) return "unknown client";
   if (std::string refusal = QuotaRefusal(uid, record.size); !refusal.empty()) return refusal;
   db::Statement insert = database_.Prepare(

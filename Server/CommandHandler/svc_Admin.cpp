@@ -71,8 +71,16 @@ struct Admin {
 
 bool Open(const Options& options, Admin* admin, std::string* error) {
   if (!PrepareDataFolder(options.dataFolder, error)) return false;
-  admin->database = OpenDatabase(options, error);
+  // One connection, and no bound on a statement's time: an export or a
+  // change to every client may take longer than a client's request may.
+  Options one = options;
+  one.databaseConnections = 1;
+  admin->database = OpenDatabase(one, error);
   if (!admin->database) return false;
+  if (admin->database->backend() == db::Backend::kPostgres) {
+    const auto lock = admin->database->Lock();
+    admin->database->Exec("SET statement_timeout = 0");
+  }
   admin->store = std::make_unique<st::Store>(*admin->database);
   return true;
 }

@@ -31,17 +31,17 @@ bool Service::Start(const Options& options, std::string* error) {
   database_ = OpenDatabase(options, error);
   if (!database_) return false;
   store_ = std::make_unique<st::Store>(*database_);
+  signer_ = sig::Signer::Open(options.dataFolder, sig::KeyKindNamed(options.signingKey), error);
+  if (!signer_ || !KeepPrivate(options.dataFolder + "/signing-key.pem", 0600, error)) return false;
+  // A file database is this service's alone: a new certificate there is
+  // simply the one recorded.
+  if (!CheckSigningIdentity(*database_, *signer_, database_->backend() == db::Backend::kSqlite, error)) return false;
   std::map<std::string, std::string> sections;
   if (!st::ReadDefaultSections(options.defaultsFolder, &sections, error)) return false;
   if (!store_->LoadDefaults(sections)) {
     *error = "cannot store the default sections: " + database_->LastError();
     return false;
   }
-  signer_ = sig::Signer::Open(options.dataFolder, sig::KeyKindNamed(options.signingKey), error);
-  if (!signer_ || !KeepPrivate(options.dataFolder + "/signing-key.pem", 0600, error)) return false;
-  // A file database is this service's alone: a new certificate there is
-  // simply the one recorded.
-  if (!CheckSigningIdentity(*database_, *signer_, database_->backend() == db::Backend::kSqlite, error)) return false;
   const st::UploadQuotas quotas{int64_t{options.uploadClientQuotaMiB} << 20,
                                 int64_t{options.uploadTotalQuotaMiB} << 20};
   uploads_ = st::Uploads::Open(*database_, options.dataFolder, quotas, error);
