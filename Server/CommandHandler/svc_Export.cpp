@@ -76,12 +76,17 @@ std::string JsonValue(const db::Statement& s, int column) {
   }
 }
 
+// Rows are read a page at a time, by id: a server hands over a statement's
+// whole result at once, and a table of ten million rows must not be held in
+// memory, nor the database for the whole export.
+constexpr int64_t kPageRows = 5000;
+
 std::string SelectSql(const logrec::Layout& layout, const ExportFilter& filter) {
-  std::string sql = std::string("SELECT * FROM ") + layout.table + " WHERE 1 = 1";
+  std::string sql = std::string("SELECT * FROM ") + layout.table + " WHERE id > ?4";
   if (!filter.since.empty()) sql += " AND received >= ?1";
   if (!filter.uid.empty()) sql += " AND uid = ?2";
   if (!filter.until.empty()) sql += " AND received < ?3";
-  return sql + " ORDER BY id";
+  return sql + " ORDER BY id LIMIT ?5";
 }
 
 }  // namespace
@@ -160,11 +165,6 @@ std::string RowAsCsv(const db::Statement& s) {
 
 bool ExportLogs(db::Database& database, const logrec::Layout& layout, const ExportFilter& filter,
                 ExportFormat format, std::ostream& out, std::string* error) {
-  const auto guard = database.Lock();
-  db::Statement s = database.Prepare(SelectSql(layout, filter));
-  if (!filter.since.empty()) s.Bind(1, filter.since);
-  if (!filter.uid.empty()) s.Bind(2, filter.uid);
-  if (!filter.until.empty()) s.Bind(3, filter.until);
   if (format == ExportFormat::kCsv) {
     // The layout's columns, which SELECT * gives in this order: known
     // before the first row, and whether there is one.
@@ -172,11 +172,27 @@ bool ExportLogs(db::Database& database, const logrec::Layout& layout, const Expo
     for (const db::Column& column : db::LogColumns(layout)) out << (std::exchange(first, false) ? "" : ",") << column.name;
     out << "\r\n";
   }
-  while (s.Step()) out << (format == ExportFormat::kCsv ? RowAsCsv(s) + "\r\n" : RowAsJson(s) + "\n");
+  const std::string sql = SelectSql(layout, filter);
+  int64_t after = 0, rows = 0;
+  do {
+    const auto guard = database.Lock();
+    db::Statement s = database.Prepare(sql);
+    if (!filter.since.empty()) s.Bind(1, filter.since);
+    if (!filter.uid.empty()) s.Bind(2, filter.uid);
+    if (!filter.until.empty()) s.Bind(3, filter.until);
+    s.Bind(4, after).Bind(5, kPageRows);
+    for (rows = 0; s.Step(); ++rows) {
+      after = s.Int(0);  // the id, the first column
+      out << (format == ExportFormat::kCsv ? RowAsCsv(s) + "\r\n" : RowAsJson(s) + "\n");
+    }
+    if (s.failed()) {
+      *error = "reading " + std::string(layout.table) + " failed: " + database.LastError();
+      return false;
+    }
+  } while (rows == kPageRows && out);
   out.flush();
-  if (s.failed() || !out) {
-    *error = s.failed() ? "reading " + std::string(layout.table) + " failed: " + database.LastError()
-                        : std::string("cannot write the output");
+  if (!out) {
+    *error = "cannot write the output";
     return false;
   }
   return true;

@@ -129,6 +129,13 @@ TEST_F(Upkeep, ExportWritesEveryColumnAsJsonOldestFirst) {
   EXPECT_NE(csv.find(",\"say \"\"hi\"\"\tcaf\u00e9\","), std::string::npos) << csv;
   EXPECT_NE(csv.find(",14.0,"), std::string::npos) << csv;
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 2);
+
+  // A table larger than a page is read a page at a time, each row once, in
+  // order, the filters applying on every page.
+  ASSERT_TRUE(db_->Exec(Insert("virus_log", 12345, "2024-06-01 00:00:00.000")));
+  const std::string many = exported({"2024-05-07", "", ""});
+  EXPECT_EQ(std::count(many.begin(), many.end(), '\n'), 12346);
+  EXPECT_EQ(many.substr(many.rfind("{\"id\":")).substr(0, 13), "{\"id\":12347,\"");
 }
 
 TEST(Export, JsonStringsAreEscapedAndStayUtf8) {
