@@ -120,7 +120,11 @@ PY
 start_service() {  # [options...]: vgcr-cmdhandler on a fresh database, listening when this returns
   $build/Server/CommandHandler/vgcr-cmdhandler --data "$work/data" --quiet "$@" 2>"$work/service.log" & service=$!
   pids+=($service)
-  for _ in $(seq 100); do grep -q listening "$work/service.log" 2>/dev/null && break; sleep 0.1; done
+  wait_listening "$work/service.log"
+}
+
+wait_listening() {  # log: until a service's log says it listens (10 s at most)
+  for _ in $(seq 100); do grep -q listening "$1" 2>/dev/null && break; sleep 0.1; done
 }
 
 start_host() {  # [options...]: isapi-host with the extension on 127.0.0.1:18090 (environment as given)

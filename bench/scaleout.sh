@@ -27,7 +27,7 @@ start_door() {  # n location: door n's service (data and pipes of its own) and h
   VGCR_PIPE_DIR=$pipes/door$n $build/Server/CommandHandler/vgcr-cmdhandler --data "$work/door$n" --quiet \
     "${extra[@]}" 2>"$work/door$n.log" &
   pids+=($!) doors+=($!)
-  for _ in $(seq 100); do grep -q listening "$work/door$n.log" 2>/dev/null && break; sleep 0.1; done
+  wait_listening "$work/door$n.log"
   VGCR_PIPE_DIR=$pipes/door$n $host --extension "$module" --listen 127.0.0.1:$((18090 + n)) >/dev/null 2>&1 &
   pids+=($!) doors+=($!)
   sleep 0.5

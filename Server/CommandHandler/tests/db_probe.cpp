@@ -8,16 +8,9 @@
 
 namespace {
 
-// The scratch server's location (the last line of its location file).
 std::string ScratchServer() {
   const char* file = std::getenv("VGCR_TEST_POSTGRES");
-  if (file == nullptr || *file == 0) return "";
-  std::ifstream in(file);
-  std::string line, last;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line[0] != '#') last = line;
-  }
-  return last;
+  return file && *file ? ServerLocationIn(file) : "";
 }
 
 }  // namespace
@@ -72,6 +65,15 @@ bool DbProbe::Exec(const std::string& sql) {
   if (!db_) return false;
   const auto lock = db_->Lock();
   return db_->Exec(sql);
+}
+
+std::string ServerLocationIn(const std::string& file) {
+  std::ifstream in(file);
+  std::string line, last;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line[0] != '#') last = line;
+  }
+  return last;
 }
 
 std::string MakeTempFolder() {

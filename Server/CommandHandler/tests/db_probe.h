@@ -59,6 +59,10 @@ class DbProbe {
   std::unique_ptr<db::Database> db_;
 };
 
+// The server location a pgcluster.sh location file holds (its last line
+// that is not a comment); empty when there is none.
+std::string ServerLocationIn(const std::string& file);
+
 // A data folder of the test's own, removed afterwards.
 std::string MakeTempFolder();
 void RemoveFolder(const std::string& folder);

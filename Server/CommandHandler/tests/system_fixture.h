@@ -45,6 +45,15 @@ inline std::string Registration(const std::string& uid) {
          "&clientlistenport=70000&mac=00AABBCCDDEE";
 }
 
+// Waits (up to 5 s) until a service's log says it listens, after `from`.
+inline bool WaitForListening(const std::string& log, std::size_t from = 0) {
+  for (int i = 0; i < 500; ++i) {
+    if (ReadFile(log).find("listening", from) != std::string::npos) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
 inline std::string Poll(const std::string& uid) { return "requestid=207&functiontype=1&uid=" + uid; }
 
 class System : public ::testing::Test {
@@ -79,11 +88,7 @@ class System : public ::testing::Test {
     std::vector<std::string> args = Operator({"--instances", instances});
     args.insert(args.end(), extra.begin(), extra.end());
     service_.Start(args, log);
-    for (int i = 0; i < 500; ++i) {
-      if (ReadFile(log).find("listening", before) != std::string::npos) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return WaitForListening(log, before);
   }
 
   void StartHost(bool adapter) {

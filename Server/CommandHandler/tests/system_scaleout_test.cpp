@@ -70,7 +70,7 @@ class ScaleOut : public ::testing::Test {
     // other tests' server.
     cluster_ = folder_ + "/postgres.location";
     ASSERT_EQ(Child({"/bin/bash", VGCR_PGCLUSTER, "start", cluster_, "fsync=off"}).Wait(), 0);
-    const std::string server = LastLine(ReadFile(cluster_));
+    const std::string server = ServerLocationIn(cluster_);
     std::string error;
     auto admin = db::ConnectPostgres(server + " dbname=postgres", "", &error);
     ASSERT_TRUE(admin && admin->Exec("CREATE DATABASE vgcr")) << error;
@@ -100,15 +100,6 @@ class ScaleOut : public ::testing::Test {
     RemoveFolder(folder_);
   }
 
-  static std::string LastLine(const std::string& text) {
-    std::string last;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-      if (!line.empty() && line[0] != '#') last = line;
-    }
-    return last;
-  }
-
   std::vector<std::string> ServiceArgs(const Door& door, const std::vector<std::string>& rest) const {
     std::vector<std::string> args = {VGCR_CMDHANDLER, "--data", door.data(), "--database", location_};
     args.insert(args.end(), rest.begin(), rest.end());
@@ -122,12 +113,7 @@ class ScaleOut : public ::testing::Test {
     ScopedEnv pipes("VGCR_PIPE_DIR", door.folder + "/pipes");
     ScopedEnv server("VGCR_LOCAL_PATH", door.folder + "/server");
     door.service.Start(ServiceArgs(door, {"--instances", "8", "--vdi-slots", std::to_string(kSlots)}), door.log());
-    bool listening = false;
-    for (int i = 0; i < 1000 && !listening; ++i) {
-      listening = ReadFile(door.log()).find("listening") != std::string::npos;
-      if (!listening) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_TRUE(listening) << ReadFile(door.log());
+    ASSERT_TRUE(WaitForListening(door.log())) << ReadFile(door.log());
     door.host = std::make_unique<Host>();
     ASSERT_TRUE(door.host->ready());
   }
